@@ -1,0 +1,97 @@
+// The connection object's life: construction, connect in either role, disconnect, logging.
+#include "common/localizer.h"
+#include "protocol/modbus_client.h"
+
+ModbusClient::ModbusClient() : serialHandle(platform::InvalidSerialHandle()) { platform::NetStartup(); }
+
+ModbusClient::~ModbusClient() {
+    Disconnect();
+    platform::NetCleanup();
+}
+
+bool ModbusClient::Connect(const ConnectionConfig& newConfig) {
+    if (connected.load()) Disconnect();
+    config = newConfig;
+    bool ok = false;
+    if (config.transport == 0) {
+        ok = config.role == 0 ? ConnectTcpMaster() : StartTcpSlave();
+    } else {
+        ok = config.role == 0 ? OpenSerialMaster() : StartRtuSlave();
+    }
+    if (ok) {
+        connected.store(true);
+        Log("Connected.", "Verbunden.");
+    }
+    return ok;
+}
+
+void ModbusClient::Disconnect() {
+    running.store(false);
+    connected.store(false);
+    if (serverThread.joinable()) {
+        // Closing the sockets breaks a blocked accept or recv; the cancel breaks a pending serial read.
+        platform::CloseSocket(sockets[1]);
+        sockets[1] = INVALID_SOCKET;
+        platform::CloseSocket(sockets[2]);
+        sockets[2] = INVALID_SOCKET;
+        if (platform::IsValid(serialHandle)) platform::SerialCancel(serialHandle);
+        serverThread.join();
+    }
+    for (SOCKET& s : sockets) {
+        if (s != INVALID_SOCKET) {
+            platform::CloseSocket(s);
+            s = INVALID_SOCKET;
+        }
+    }
+    if (platform::IsValid(serialHandle)) {
+        platform::SerialClose(serialHandle);
+        serialHandle = platform::InvalidSerialHandle();
+    }
+    Log("Disconnected.", "Getrennt.");
+}
+
+bool ModbusClient::ConnectTcpMaster() {
+    SOCKET s = platform::TcpSocket();
+    if (s == INVALID_SOCKET) {
+        Log("Socket creation failed.", "Socket-Erstellung fehlgeschlagen.");
+        return false;
+    }
+    // A fixed 3000 ms for every send and receive of the master; not a setting.
+    platform::SetReceiveTimeout(s, 3000);
+    platform::SetSendTimeout(s, 3000);
+    Log(Text("Connecting to ", "Verbinde mit ") + config.ipAddress + ":" + std::to_string(config.port) + " ...");
+    if (!platform::ConnectIpv4(s, config.ipAddress, config.port)) {
+        Log(Text("TCP connection failed: ", "TCP-Verbindung fehlgeschlagen: ") +
+            std::to_string(platform::LastSocketError()));
+        platform::CloseSocket(s);
+        sockets[0] = INVALID_SOCKET;
+        return false;
+    }
+    sockets[0] = s;
+    return true;
+}
+
+bool ModbusClient::OpenSerialMaster() {
+    Log(Text("Opening ", "Oeffne ") + config.serialPort + " @ " + std::to_string(config.baudRate) + " Baud ...");
+    serialHandle = OpenSerialPort(config.serialPort, config.baudRate, config.dataBits, config.stopBits, config.parity);
+    if (!platform::IsValid(serialHandle)) {
+        Log("Could not open serial port.", "Seriellen Port konnte nicht geoeffnet werden.");
+        return false;
+    }
+    return true;
+}
+
+platform::SerialHandle ModbusClient::OpenSerialPort(const std::string& name, uint32_t baud, uint8_t dataBits,
+                                                    uint8_t stopBits, char parity) {
+    return platform::OpenSerial(name, baud, dataBits, stopBits, parity);
+}
+
+std::string ModbusClient::Text(const char* english, const char* german) const {
+    return Localizer::Text(Localizer::Scope::Connection, english, german);
+}
+
+void ModbusClient::Log(const std::string& line) const {
+    if (onLog) onLog(line);
+}
+
+void ModbusClient::Log(const char* english, const char* german) const { Log(Text(english, german)); }

@@ -1,0 +1,127 @@
+#pragma once
+// The connection object: one Modbus TCP or RTU connection in the master role, or the owner of a
+// slave server (TCP listener or serial port) in the slave role. Master operations take no lock and
+// are used by one thread at a time; `connected` and `running` are atomic because Disconnect may run
+// on another thread than the slave server.
+#include <atomic>
+#include <cstdint>
+#include <functional>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "platform/net.h"
+#include "platform/serial.h"
+#include "protocol/frame_codec.h"
+#include "slave/slave_register_image.h"
+
+struct ConnectionConfig {
+    int32_t transport = 0;  // 0 = TCP, non-zero = RTU over a serial port
+    int32_t role = 0;       // 0 = master, non-zero = slave
+    std::string ipAddress = "127.0.0.1";
+    uint16_t port = 502;
+    std::string serialPort = "COM1";
+    uint32_t baudRate = 9600;
+    uint8_t dataBits = 8;
+    uint8_t stopBits = 1;
+    char parity = 'N';
+    uint8_t unitId = 1;  // the slave's own unit id
+};
+
+class ModbusClient {
+public:
+    using LogCallback = std::function<void(const std::string&)>;
+    using RegisterChangedCallback = std::function<void(uint16_t, const std::vector<uint16_t>&)>;
+    using CoilsChangedCallback = std::function<void(uint16_t, const std::vector<bool>&)>;
+
+    ModbusClient();
+    ~ModbusClient();
+    ModbusClient(const ModbusClient&) = delete;
+    ModbusClient& operator=(const ModbusClient&) = delete;
+
+    bool Connect(const ConnectionConfig& config);
+    void Disconnect();
+    bool IsConnected() const { return connected.load(); }
+    void SetLogCallback(LogCallback callback) { onLog = std::move(callback); }
+    const ConnectionConfig& Config() const { return config; }
+
+    // Master operations; true when a valid, non-exception response came.
+    bool ReadCoils(uint8_t unitId, uint16_t address, uint16_t count, std::vector<bool>& out);
+    bool ReadDiscreteInputs(uint8_t unitId, uint16_t address, uint16_t count, std::vector<bool>& out);
+    bool ReadHoldingRegisters(uint8_t unitId, uint16_t address, uint16_t count, std::vector<uint16_t>& out);
+    bool ReadInputRegisters(uint8_t unitId, uint16_t address, uint16_t count, std::vector<uint16_t>& out);
+    bool WriteSingleCoil(uint8_t unitId, uint16_t address, bool value);
+    bool WriteSingleRegister(uint8_t unitId, uint16_t address, uint16_t value);
+    bool WriteMultipleCoils(uint8_t unitId, uint16_t address, const std::vector<bool>& values);
+    bool WriteMultipleRegisters(uint8_t unitId, uint16_t address, const std::vector<uint16_t>& values);
+    bool ReadWriteMultipleRegisters(uint8_t unitId, uint16_t readAddress, uint16_t readCount, uint16_t writeAddress,
+                                    const std::vector<uint16_t>& values, std::vector<uint16_t>& out);
+    bool ReadFifoQueue(uint8_t unitId, uint16_t fifoAddress, std::vector<uint16_t>& out);
+
+    // Framing. BuildTcpRequest consumes the next transaction id.
+    Modbus::Bytes BuildTcpRequest(uint8_t unitId, uint8_t functionCode, const Modbus::Bytes& data);
+    uint32_t TransactionCounter() const { return transactionCounter; }
+
+    // Transports.
+    bool TcpSend(SOCKET s, const uint8_t* data, size_t length);
+    bool TcpRecvExact(SOCKET s, Modbus::Bytes& out, size_t n);
+    bool TcpTransaction(const Modbus::Bytes& request, Modbus::Bytes& response);
+    bool RtuSend(const uint8_t* data, size_t length);
+    bool RtuRecv(Modbus::Bytes& out);
+    bool RtuTransaction(const Modbus::Bytes& request, Modbus::Bytes& response);
+    platform::SerialHandle OpenSerialPort(const std::string& name, uint32_t baud, uint8_t dataBits,
+                                          uint8_t stopBits, char parity);
+
+    // Slave role: the image, its options and the change notifications.
+    SlaveRegisterImage& Image() { return image; }
+    void SetRegisterChangedCallback(RegisterChangedCallback callback) { registerChanged = std::move(callback); }
+    void SetCoilsChangedCallback(CoilsChangedCallback callback) { coilsChanged = std::move(callback); }
+    uint32_t responseDelayMs = 0;
+    bool exceptionInjectionEnabled = false;
+    uint8_t exceptionInjectionCode = 4;
+    uint16_t exceptionInjectionFrom = 0;
+    uint16_t exceptionInjectionTo = 65535;
+
+    bool IsInjectedAddress(uint16_t address) const;
+    void ProcessRequest(const Modbus::Bytes& frame, SOCKET client);
+    void SendResponse(bool isTcp, SOCKET client, uint16_t transactionId, uint8_t unitId, uint8_t functionCode,
+                      const Modbus::Bytes& data);
+    void SendException(bool isTcp, SOCKET client, uint16_t transactionId, uint8_t unitId, uint8_t functionCode,
+                       uint8_t exceptionCode);
+    // The TCP port the slave listens on (useful when it was started on port 0).
+    uint16_t ListeningPort() const { return platform::LocalPort(sockets[1]); }
+
+private:
+    bool ConnectTcpMaster();
+    bool OpenSerialMaster();
+    bool StartTcpSlave();
+    bool StartRtuSlave();
+    void TcpServerLoop();
+    void RtuServerLoop();
+    void ServeTcpClient(SOCKET client);
+
+    // Runs one request/response exchange on the current transport.
+    bool Transact(const Modbus::Bytes& request, Modbus::Bytes& response);
+    // The common steps of every master operation: frame the request, exchange it, test for an
+    // exception. `name` gives the failure text ("ReadCoils failed.").
+    bool RunOperation(uint8_t unitId, uint8_t functionCode, const Modbus::Bytes& data, const char* name,
+                      Modbus::Bytes& response);
+    bool ReadRegisterWords(const Modbus::Bytes& response, std::vector<uint16_t>& out) const;
+    bool IsTcp() const { return config.transport == 0; }
+    bool CanRunMasterOperation() const { return connected.load() && config.role == 0; }
+    void Log(const std::string& line) const;
+    void Log(const char* english, const char* german) const;
+    std::string Text(const char* english, const char* german) const;
+
+    SOCKET sockets[3] = {INVALID_SOCKET, INVALID_SOCKET, INVALID_SOCKET};  // master, listen, client
+    platform::SerialHandle serialHandle;
+    ConnectionConfig config;
+    std::atomic<bool> connected{false};
+    std::atomic<bool> running{false};
+    std::thread serverThread;
+    uint32_t transactionCounter = 0;
+    SlaveRegisterImage image;
+    LogCallback onLog;
+    RegisterChangedCallback registerChanged;
+    CoilsChangedCallback coilsChanged;
+};

@@ -1,0 +1,19 @@
+#!/usr/bin/env bash
+# The whole test suite: installs what is missing, builds the native (linux) and the Windows
+# (windows, mingw-w64) presets and runs every test, native and under Wine.
+set -euo pipefail
+cd "$(dirname "$0")/.."
+bash tools/setup.sh
+
+cmake --preset linux
+cmake --build --preset linux
+ctest --preset linux
+
+cmake --preset windows
+cmake --build --preset windows
+WINEPREFIX="$PWD/build/wine-prefix" 
+status=0
+ctest --preset windows || status=$?
+# Stop this prefix's wineserver so nothing of the run outlives it.
+WINEPREFIX="$PWD/build/wine-prefix" wineserver -k 2>/dev/null || true
+exit $status
