@@ -11,7 +11,6 @@ ctest --preset linux
 
 cmake --preset windows
 cmake --build --preset windows
-WINEPREFIX="$PWD/build/wine-prefix" 
 status=0
 ctest --preset windows || status=$?
 # Stop this prefix's wineserver so nothing of the run outlives it.
