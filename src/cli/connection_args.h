@@ -1,0 +1,21 @@
+#pragma once
+// The CONN part of the master commands:  --tcp HOST[:PORT]  or  --rtu DEVICE [--baud N]
+// [--parity N|E|O] [--stop-bits 1|2].
+#include <string>
+#include <vector>
+
+#include "protocol/modbus_client.h"
+
+namespace cli {
+
+// Takes the connection options out of `args` into a master ConnectionConfig; UsageError when
+// neither or both of --tcp and --rtu are given, or a value is out of range.
+ConnectionConfig TakeMasterConnection(std::vector<std::string>& args);
+
+// Takes --baud, --parity and --stop-bits into `config` (defaults 9600, N, 1; 8 data bits).
+void TakeSerialLineOptions(std::vector<std::string>& args, ConnectionConfig& config);
+
+// "HOST[:PORT]" with a dotted IPv4 address (or "localhost"); the port defaults to 502.
+void ParseTcpEndpoint(const std::string& text, ConnectionConfig& config);
+
+}  // namespace cli
