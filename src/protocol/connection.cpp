@@ -30,18 +30,14 @@ void ModbusClient::Disconnect() {
     connected.store(false);
     if (serverThread.joinable()) {
         // Closing the sockets breaks a blocked accept or recv; the cancel breaks a pending serial read.
-        platform::CloseSocket(sockets[1]);
-        sockets[1] = INVALID_SOCKET;
-        platform::CloseSocket(sockets[2]);
-        sockets[2] = INVALID_SOCKET;
+        platform::CloseSocket(sockets[1].exchange(INVALID_SOCKET));
+        platform::CloseSocket(sockets[2].exchange(INVALID_SOCKET));
         if (platform::IsValid(serialHandle)) platform::SerialCancel(serialHandle);
         serverThread.join();
     }
-    for (SOCKET& s : sockets) {
-        if (s != INVALID_SOCKET) {
-            platform::CloseSocket(s);
-            s = INVALID_SOCKET;
-        }
+    for (auto& s : sockets) {
+        const SOCKET open = s.exchange(INVALID_SOCKET);
+        if (open != INVALID_SOCKET) platform::CloseSocket(open);
     }
     if (platform::IsValid(serialHandle)) {
         platform::SerialClose(serialHandle);

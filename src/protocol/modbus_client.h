@@ -113,7 +113,9 @@ private:
     void Log(const char* english, const char* german) const;
     std::string Text(const char* english, const char* german) const;
 
-    SOCKET sockets[3] = {INVALID_SOCKET, INVALID_SOCKET, INVALID_SOCKET};  // master, listen, client
+    // master, listen, client. Atomic because Disconnect closes the listen and client sockets while
+    // the slave thread accepts and serves on them; whoever exchanges a socket out closes it.
+    std::atomic<SOCKET> sockets[3] = {INVALID_SOCKET, INVALID_SOCKET, INVALID_SOCKET};
     platform::SerialHandle serialHandle;
     ConnectionConfig config;
     std::atomic<bool> connected{false};
