@@ -1,0 +1,160 @@
+// kestrel-cli slave: serves a register image over Modbus TCP or RTU until SIGINT/SIGTERM or
+// --duration, printing every line the connection logs. Stops the way the window does, through
+// Disconnect, so the thread-stopped and "Disconnected." lines close the output.
+#include <chrono>
+#include <cstdio>
+#include <mutex>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "cli/command.h"
+#include "cli/connection_args.h"
+#include "protocol/modbus_client.h"
+
+namespace cli {
+namespace {
+
+struct SlaveOptions {
+    ConnectionConfig connection;
+    uint32_t delayMs = 0;
+    bool inject = false;
+    uint8_t injectCode = 4;
+    uint16_t injectFrom = 0;
+    uint16_t injectTo = 65535;
+    uint64_t durationSeconds = 0;  // 0: until a stop signal
+    std::vector<std::pair<uint16_t, std::vector<uint16_t>>> holding;
+    std::vector<std::pair<uint16_t, std::vector<bool>>> coils;
+};
+
+std::vector<std::string> Split(const std::string& text, char separator) {
+    std::vector<std::string> parts;
+    size_t start = 0;
+    while (true) {
+        const size_t end = text.find(separator, start);
+        parts.push_back(text.substr(start, end == std::string::npos ? std::string::npos : end - start));
+        if (end == std::string::npos) return parts;
+        start = end + 1;
+    }
+}
+
+// "A=V[,V...]": a start address and the values that follow it.
+template <typename Value>
+std::pair<uint16_t, std::vector<Value>> ParseBlock(const std::string& text, const std::string& flag, uint64_t maxValue) {
+    const size_t equals = text.find('=');
+    if (equals == std::string::npos) throw UsageError(flag + " must look like A=V[,V...], not '" + text + "'");
+    const auto address = static_cast<uint16_t>(ParseUnsigned(text.substr(0, equals), flag + " address", 0, 65535));
+    std::vector<Value> values;
+    for (const std::string& part : Split(text.substr(equals + 1), ',')) {
+        values.push_back(static_cast<Value>(ParseUnsigned(part, flag + " value", 0, maxValue)));
+    }
+    return {address, values};
+}
+
+// "CODE:FROM-TO"
+void ParseInjection(const std::string& text, SlaveOptions& options) {
+    const size_t colon = text.find(':');
+    const size_t dash = text.find('-', colon == std::string::npos ? 0 : colon);
+    if (colon == std::string::npos || dash == std::string::npos) {
+        throw UsageError("--inject must look like CODE:FROM-TO, not '" + text + "'");
+    }
+    options.inject = true;
+    options.injectCode = static_cast<uint8_t>(ParseUnsigned(text.substr(0, colon), "--inject code", 1, 255));
+    options.injectFrom = static_cast<uint16_t>(ParseUnsigned(text.substr(colon + 1, dash - colon - 1), "--inject FROM", 0, 65535));
+    options.injectTo = static_cast<uint16_t>(ParseUnsigned(text.substr(dash + 1), "--inject TO", 0, 65535));
+    if (options.injectFrom > options.injectTo) throw UsageError("--inject FROM must not be above TO in '" + text + "'");
+}
+
+SlaveOptions TakeSlaveOptions(std::vector<std::string>& args) {
+    SlaveOptions options;
+    ConnectionConfig& c = options.connection;
+    c.role = 1;
+    const auto port = TakeOption(args, "--tcp-port");
+    const auto device = TakeOption(args, "--rtu");
+    if (port.has_value() == device.has_value()) throw UsageError("give exactly one of --tcp-port and --rtu");
+    if (port) {
+        c.transport = 0;
+        c.port = static_cast<uint16_t>(ParseUnsigned(*port, "--tcp-port", 0, 65535));
+    } else {
+        c.transport = 1;
+        c.serialPort = *device;
+        TakeSerialLineOptions(args, c);
+    }
+    if (auto unit = TakeOption(args, "--unit")) c.unitId = static_cast<uint8_t>(ParseUnsigned(*unit, "--unit", 0, 255));
+    if (auto delay = TakeOption(args, "--delay")) {
+        options.delayMs = static_cast<uint32_t>(ParseUnsigned(*delay, "--delay", 0, 4294967295u));
+    }
+    if (auto inject = TakeOption(args, "--inject")) ParseInjection(*inject, options);
+    for (const auto& block : TakeRepeatedOption(args, "--holding")) {
+        options.holding.push_back(ParseBlock<uint16_t>(block, "--holding", 65535));
+    }
+    for (const auto& block : TakeRepeatedOption(args, "--coils")) {
+        options.coils.push_back(ParseBlock<bool>(block, "--coils", 1));
+    }
+    if (auto duration = TakeOption(args, "--duration")) {
+        options.durationSeconds = ParseUnsigned(*duration, "--duration", 1, 100000000);
+    }
+    RejectUnknownOptions(args);
+    if (!args.empty()) throw UsageError("unexpected argument '" + args.front() + "'");
+    return options;
+}
+
+std::mutex g_outputMutex;
+
+void PrintLine(const std::string& line) {
+    std::lock_guard<std::mutex> lock(g_outputMutex);
+    const std::string text = line + "\n";
+    std::fwrite(text.data(), 1, text.size(), stdout);
+    std::fflush(stdout);
+}
+
+void WaitForStop(uint64_t durationSeconds) {
+    const auto start = std::chrono::steady_clock::now();
+    while (!StopRequested()) {
+        if (durationSeconds != 0 && std::chrono::steady_clock::now() - start >= std::chrono::seconds(durationSeconds)) {
+            return;
+        }
+        std::this_thread::sleep_for(std::chrono::milliseconds(20));
+    }
+}
+
+int RunSlave(std::vector<std::string>& args) {
+    const SlaveOptions options = TakeSlaveOptions(args);
+    InstallStopSignals();
+
+    ModbusClient client;
+    client.SetLogCallback(PrintLine);
+    for (const auto& [address, values] : options.holding) client.Image().SetHoldingRegisters(address, values);
+    for (const auto& [address, values] : options.coils) client.Image().SetCoils(address, values);
+    client.responseDelayMs = options.delayMs;
+    client.exceptionInjectionEnabled = options.inject;
+    client.exceptionInjectionCode = options.injectCode;
+    client.exceptionInjectionFrom = options.injectFrom;
+    client.exceptionInjectionTo = options.injectTo;
+
+    const bool started = client.Connect(options.connection);
+    if (started && options.connection.transport == 0 && options.connection.port == 0) {
+        // Port 0 lets the system choose; say which one it chose (stderr, so stdout stays the log).
+        std::fprintf(stderr, "kestrel-cli: slave listening on port %u\n", static_cast<unsigned>(client.ListeningPort()));
+        std::fflush(stderr);
+    }
+    if (started) {
+        WaitForStop(options.durationSeconds);
+        client.Disconnect();
+    }
+    // The destructor disconnects again; that second "Disconnected." is not part of the output.
+    client.SetLogCallback(nullptr);
+    return started ? 0 : 1;
+}
+
+}  // namespace
+
+KESTREL_CLI_COMMAND(slave, "slave",
+                    "  kestrel-cli [--lang en|de] slave (--tcp-port P | --rtu DEVICE [--baud N] [--parity N|E|O] "
+                    "[--stop-bits 1|2])\n"
+                    "              [--unit N] [--delay MS] [--inject CODE:FROM-TO] [--holding A=V[,V...]]... "
+                    "[--coils A=B[,B...]]...\n"
+                    "              [--duration S]\n",
+                    RunSlave);
+
+}  // namespace cli
