@@ -8,12 +8,17 @@
 
 class LogCapture {
 public:
-    explicit LogCapture(ModbusClient& client) {
+    explicit LogCapture(ModbusClient& client) : client_(client) {
         client.SetLogCallback([this](const std::string& line) {
             std::lock_guard<std::mutex> lock(mutex_);
             lines_.push_back(line);
         });
     }
+    // The client may outlive the capture (and log "Disconnected." when it is destroyed).
+    ~LogCapture() { client_.SetLogCallback(nullptr); }
+    LogCapture(const LogCapture&) = delete;
+    LogCapture& operator=(const LogCapture&) = delete;
+
     std::vector<std::string> Lines() const {
         std::lock_guard<std::mutex> lock(mutex_);
         return lines_;
@@ -30,6 +35,7 @@ public:
     }
 
 private:
+    ModbusClient& client_;
     mutable std::mutex mutex_;
     std::vector<std::string> lines_;
 };
