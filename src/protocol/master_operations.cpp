@@ -4,7 +4,9 @@
 // or echo with the request, or checks an RTU response's CRC: what the caller asks for is sent, and
 // what the device answers is read as it stands.
 #include "common/localizer.h"
+#include "platform/clock.h"
 #include "protocol/modbus_client.h"
+#include "protocol/trace_log.h"
 
 using Modbus::Bytes;
 
@@ -46,8 +48,38 @@ std::string ExceptionText(uint8_t fc, uint8_t code) {
 
 }  // namespace
 
+// Every master operation exchanges its request here, so this is where the trace frame of the
+// transaction is made: the wall-clock time of the request, the latency from the monotonic clock and
+// the outcome. The RTU CRC is only noted in the frame; the operation still parses the response.
 bool ModbusClient::Transact(const Bytes& request, Bytes& response) {
-    return IsTcp() ? TcpTransaction(request, response) : RtuTransaction(request, response);
+    Modbus::TraceFrame frame;
+    frame.timestamp = platform::UnixTimeMilliseconds();
+    const int64_t started = platform::MonotonicMicroseconds();
+    const bool ok = IsTcp() ? TcpTransaction(request, response) : RtuTransaction(request, response);
+    frame.latencyMs = (platform::MonotonicMicroseconds() - started) / 1000;
+
+    frame.sequence = NextTraceSequence();
+    frame.isRtu = !IsTcp();
+    if (IsTcp()) {
+        frame.text = config.ipAddress + ":" + std::to_string(config.port);
+        frame.peerAddress = Modbus::ParseIpv4Address(config.ipAddress);
+        frame.peerPort = config.port;
+    } else {
+        frame.text = config.serialPort;
+    }
+    frame.request = request;
+    frame.response = response;
+    frame.isTimeout = !ok;
+    if (ok) {
+        // The same exception test as the operation: reads only in a response of their minimum length.
+        const Modbus::ResponseLayout& layout = Modbus::LayoutFor(IsTcp());
+        const uint8_t fc = layout.functionCode < request.size() ? request[layout.functionCode] : 0;
+        const size_t needed = IsReadFunction(fc) ? layout.minimumLength : layout.functionCode + 1;
+        frame.isException = response.size() >= needed && IsExceptionResponse(response, IsTcp());
+        frame.isCrcError = !IsTcp() && !HasValidCrc(response);
+    }
+    RecordTrace(std::move(frame));
+    return ok;
 }
 
 bool ModbusClient::RunOperation(uint8_t unitId, uint8_t functionCode, const Bytes& data, const char* name,
