@@ -1,0 +1,145 @@
+// kestrel-cli structures: lists, shows and extends the structures file the window uses.
+#include <cstdio>
+#include <exception>
+#include <string>
+#include <vector>
+
+#include "cli/command.h"
+#include "common/localizer.h"
+#include "model/demo_structure.h"
+#include "model/json_text.h"
+#include "model/structure_store.h"
+
+namespace cli {
+namespace {
+
+const char* Ui(const char* english, const char* german) {
+    return Localizer::Text(Localizer::Scope::Ui, english, german);
+}
+
+// A name on one line: line breaks, tabs and other control bytes are shown escaped.
+std::string OneLine(const std::string& text) {
+    std::string out;
+    for (char c : text) {
+        const unsigned char u = static_cast<unsigned char>(c);
+        if (c == '\n') out += "\\n";
+        else if (c == '\r') out += "\\r";
+        else if (c == '\t') out += "\\t";
+        else if (u < 0x20 || u == 0x7F) {
+            char hex[8];
+            std::snprintf(hex, sizeof hex, "\\x%02X", u);
+            out += hex;
+        } else {
+            out += c;
+        }
+    }
+    return out;
+}
+
+std::string Quoted(const std::string& text) { return "\"" + OneLine(EscapeJsonString(text)) + "\""; }
+
+int FileError(const std::string& path, const std::string& what) {
+    std::fprintf(stderr, "kestrel-cli: %s: %s\n", path.c_str(), what.c_str());
+    return 1;
+}
+
+// Loads the file; false (after the one-line error) when a number in it cannot be read.
+bool Load(StructureStore& store) {
+    try {
+        store.LoadStructures();
+        return true;
+    } catch (const std::exception& error) {
+        FileError(store.Path(), std::string(Ui("malformed structures file", "fehlerhafte Strukturdatei")) + " (" +
+                                    error.what() + ")");
+        return false;
+    }
+}
+
+void PrintList(const StructureStore& store) {
+    const std::vector<ModbusStructure> structures = store.Structures();
+    if (structures.empty()) {
+        std::fprintf(stderr, "%s %s\n", Ui("No structures in", "Keine Strukturen in"), store.Path().c_str());
+    }
+    for (const ModbusStructure& s : structures) {
+        const size_t n = s.details.size();
+        std::printf("%d  %s  %s:%u  %s %u  %zu %s\n", s.id, OneLine(s.name).c_str(), OneLine(s.ip).c_str(),
+                    static_cast<unsigned>(s.port), "Unit-ID", static_cast<unsigned>(s.unitId), n,
+                    n == 1 ? "Detail" : "Details");
+    }
+}
+
+void PrintDetail(const Modbus::ModbusDetail& d) {
+    std::printf(
+        "  %d  name=%s unit=%s dataType=%s arraySize=%d registerAddress=%u functionCode=%u byteOrder=%s "
+        "scale=%s offset=%s warnLow=%s warnHigh=%s alarmLow=%s alarmHigh=%s alarmOnChange=%s widgetType=%s\n",
+        d.id, Quoted(d.name).c_str(), Quoted(d.unit).c_str(), Modbus::DataTypeName(d.dataType), d.arraySize,
+        static_cast<unsigned>(d.registerAddress), static_cast<unsigned>(d.functionCode),
+        Modbus::ByteOrderName(d.byteOrder), FormatJsonDouble(d.scale).c_str(), FormatJsonDouble(d.offset).c_str(),
+        FormatJsonDouble(d.warnLow).c_str(), FormatJsonDouble(d.warnHigh).c_str(),
+        FormatJsonDouble(d.alarmLow).c_str(), FormatJsonDouble(d.alarmHigh).c_str(),
+        d.alarmOnChange ? "true" : "false", Modbus::WidgetTypeName(d.widgetType));
+}
+
+void PrintStructure(const ModbusStructure& s) {
+    std::printf("id: %d\n", s.id);
+    std::printf("name: %s\n", OneLine(s.name).c_str());
+    std::printf("description: %s\n", OneLine(s.description).c_str());
+    std::printf("ip: %s\n", OneLine(s.ip).c_str());
+    std::printf("port: %u\n", static_cast<unsigned>(s.port));
+    std::printf("unitId: %u\n", static_cast<unsigned>(s.unitId));
+    std::printf("rtuOverTcp: %s\n", s.rtuOverTcp ? "true" : "false");
+    std::printf("details: %zu\n", s.details.size());
+    for (const Modbus::ModbusDetail& d : s.details) PrintDetail(d);
+}
+
+int RunStructures(std::vector<std::string>& args) {
+    const std::string path = TakeOption(args, "--file").value_or(kStructuresFileName);
+    RejectUnknownOptions(args);
+    if (args.empty()) throw UsageError("structures needs list, show ID or demo");
+    const std::string action = args.front();
+    args.erase(args.begin());
+
+    StructureStore store(path);
+    if (action == "list") {
+        if (!args.empty()) throw UsageError("structures list takes no further arguments");
+        if (!Load(store)) return 1;
+        PrintList(store);
+        return 0;
+    }
+    if (action == "show") {
+        if (args.size() != 1) throw UsageError("structures show needs one structure id");
+        const auto id = static_cast<int32_t>(ParseSigned(args.front(), "the structure id", INT32_MIN, INT32_MAX));
+        if (!Load(store)) return 1;
+        const auto structure = store.FindStructure(id);
+        if (!structure) {
+            return FileError(path, std::string(Ui("no structure with id ", "keine Struktur mit der Id ")) +
+                                       std::to_string(id));
+        }
+        PrintStructure(*structure);
+        return 0;
+    }
+    if (action == "demo") {
+        if (!args.empty()) throw UsageError("structures demo takes no further arguments");
+        // A file that does not load is left alone rather than overwritten with the demo alone.
+        if (!Load(store)) return 1;
+        const ModbusStructure demo = BuildDemoStructure();
+        const int32_t id = store.AddStructure(demo);
+        if (!store.SaveStructures()) return FileError(path, Ui("cannot write the file", "Datei nicht schreibbar"));
+        const std::string count = std::to_string(demo.details.size());
+        const std::string line =
+            Localizer::IsEnglish(Localizer::Scope::Ui)
+                ? "Added structure " + std::to_string(id) + " \"" + demo.name + "\" with " + count + " details to " + path + "."
+                : "Struktur " + std::to_string(id) + " \"" + demo.name + "\" mit " + count + " Details zu " + path +
+                      " hinzugefuegt.";
+        std::printf("%s\n", line.c_str());
+        return 0;
+    }
+    throw UsageError("structures needs list, show ID or demo, not '" + action + "'");
+}
+
+}  // namespace
+
+KESTREL_CLI_COMMAND(structures, "structures",
+                    "  kestrel-cli [--lang en|de] structures [--file F] list | show ID | demo\n", RunStructures);
+
+}  // namespace cli
