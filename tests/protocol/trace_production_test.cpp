@@ -187,6 +187,7 @@ TEST_F(TraceProduction, SilentPeerIsATimeoutAfterTheReceiveTimeOut) {
     std::vector<bool> bits;
     EXPECT_FALSE(client.ReadCoils(1, 0, 8, bits));
     done.store(true);
+    peer.Join();  // the script has ended before its socket is closed
     const auto frames = Frames();
     ASSERT_EQ(frames.size(), 1u);
     EXPECT_TRUE(frames[0].isTimeout);
