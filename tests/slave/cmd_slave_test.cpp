@@ -5,7 +5,7 @@
 #if !defined(_WIN32)
 #include <algorithm>
 
-#include "slave/child_process.h"
+#include "slave/slave_process.h"
 #include "slave/slave_test_support.h"
 #include "support/serial_pair.h"
 
