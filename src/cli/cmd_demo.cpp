@@ -1,0 +1,94 @@
+// kestrel-cli demo: the program's main job without a display. One process serves the demo device
+// from a slave on port 1502 with lively values and polls it like the Structures page, from a
+// temporary store that never touches the user's structures file.
+#include <cstdio>
+#include <filesystem>
+
+#include "cli/command.h"
+#include "cli/demo_simulator.h"
+#include "cli/poll_session.h"
+#include "model/demo_structure.h"
+#include "platform/clock.h"
+#include "polling/structure_polling.h"
+#include "protocol/modbus_client.h"
+
+namespace cli {
+namespace {
+
+constexpr uint16_t kDemoPort = 1502;
+// The slave drops a client that stays silent for 500 ms, and polling never reconnects on its own:
+// the demo polls well inside that window.
+constexpr const char* kDefaultDemoInterval = "250";
+constexpr uint32_t kLongestDemoInterval = 400;
+
+std::string TemporaryStorePath() {
+    std::error_code error;
+    std::filesystem::path dir = std::filesystem::temp_directory_path(error);
+    if (error) dir = ".";
+    const auto stamp = std::to_string(platform::UnixTimeMilliseconds()) + "-" +
+                       std::to_string(platform::MonotonicMicroseconds() % 1000000);
+    return (dir / ("kestrel-demo-" + stamp + ".json")).string();
+}
+
+// Starts the demo slave; on failure prints what the slave logged and returns false.
+bool StartDemoSlave(ModbusClient& slave) {
+    std::vector<std::string> lines;
+    slave.SetLogCallback([&lines](const std::string& line) { lines.push_back(line); });
+    ConnectionConfig config;
+    config.transport = 0;
+    config.role = 1;
+    config.port = kDemoPort;
+    config.unitId = 1;
+    const bool ok = slave.Connect(config);
+    slave.SetLogCallback(nullptr);  // the slave's per-request lines would drown the values
+    if (!ok) {
+        for (const std::string& line : lines) std::fprintf(stderr, "%s\n", line.c_str());
+    }
+    return ok;
+}
+
+int RunDemo(std::vector<std::string>& args) {
+    const auto cycles = TakeOption(args, "--cycles");
+    const auto interval = TakeOption(args, "--interval");
+    RejectUnknownOptions(args);
+    if (!args.empty()) throw UsageError("unexpected argument '" + args.front() + "'");
+    PollSessionOptions options;
+    options.intervalMs = PollIntervalFromText(interval.value_or(kDefaultDemoInterval));
+    if (options.intervalMs > kLongestDemoInterval) {
+        throw UsageError("--interval must be at most " + std::to_string(kLongestDemoInterval) +
+                         " ms: the demo slave drops a client that is silent for 500 ms");
+    }
+    if (cycles) options.cycles = static_cast<uint32_t>(ParseUnsigned(*cycles, "--cycles", 1, UINT32_MAX));
+    options.logFrames = false;
+    options.blankLineAfterCycle = true;
+    InstallStopSignals();
+
+    const std::string storePath = TemporaryStorePath();
+    int status = 1;
+    {
+        StructureStore store(storePath);
+        store.CreateDemoStructure();
+        const std::vector<ModbusStructure> structures = store.Structures();
+        options.structureId = structures.empty() ? 0 : structures.front().id;
+
+        ModbusClient slave;
+        if (StartDemoSlave(slave)) {
+            // The device shows step n to poll cycle n + 1: its values change once per cycle.
+            DemoDeviceSimulator simulator(slave.Image(), structures.front());
+            simulator.Step(0);
+            options.afterCycle = [&simulator](uint32_t cycle) { simulator.Step(cycle); };
+            status = RunPollSession(store, options);
+            slave.Disconnect();
+        }
+    }
+    std::error_code ignored;
+    std::filesystem::remove(storePath, ignored);
+    std::filesystem::remove(storePath + ".tmp", ignored);
+    return status;
+}
+
+}  // namespace
+
+KESTREL_CLI_COMMAND(demo, "demo", "  kestrel-cli [--lang en|de] demo [--cycles N] [--interval MS]\n", RunDemo);
+
+}  // namespace cli

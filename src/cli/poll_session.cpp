@@ -1,0 +1,87 @@
+#include "cli/poll_session.h"
+
+#include <atomic>
+#include <cstdio>
+
+#include "cli/command.h"
+#include "model/alarm_engine.h"
+#include "platform/clock.h"
+#include "polling/structure_polling.h"
+#include "protocol/trace_log.h"
+
+namespace cli {
+namespace {
+
+bool WriteFile(const std::string& path, const std::vector<uint8_t>& bytes) {
+    std::FILE* file = std::fopen(path.c_str(), "wb");
+    if (file == nullptr) return false;
+    const bool written = std::fwrite(bytes.data(), 1, bytes.size(), file) == bytes.size();
+    return std::fclose(file) == 0 && written;
+}
+
+bool IsFrameLine(const std::string& line) { return line.rfind("TX: ", 0) == 0 || line.rfind("RX: ", 0) == 0; }
+
+}  // namespace
+
+std::string AlarmLine(int64_t timestampMs, int32_t type, const std::string& detail, const std::string& message) {
+    return "[" + Modbus::FormatAlarmTime(timestampMs) + "] " + Modbus::AlarmKindName(type) + " | " + detail + " | " +
+           message;
+}
+
+int RunPollSession(StructureStore& store, const PollSessionOptions& options) {
+    ModbusClient connection;
+    PollingEngine engine;
+    AlarmEngine alarms;
+    RecordingBuffer recording;
+    const StructurePolling polling{store, connection, engine, alarms, recording};
+
+    const std::optional<ModbusStructure> structure = store.FindStructure(options.structureId);
+    alarms.SetAlarmCallback([](const Modbus::AlarmEvent& event) {
+        std::printf("%s\n", AlarmLine(event.timestamp, event.type, event.detailName, event.message).c_str());
+    });
+    if (options.csvPath) recording.ToggleRecording(structure ? structure->name : DefaultRecordingName());
+
+    std::atomic<uint32_t> cyclesDone{0};
+    const bool logFrames = options.logFrames;
+    auto log = [logFrames](const std::string& line) {
+        if (!logFrames && IsFrameLine(line)) return;
+        std::fprintf(stderr, "%s\n", line.c_str());
+    };
+    auto handOff = [&options, &cyclesDone](const std::vector<Modbus::PollingResult>& results) {
+        const uint32_t cycle = ++cyclesDone;
+        if (options.cycles && cycle > *options.cycles) return;  // a cycle that began before the stop
+        std::string text;
+        for (const Modbus::PollingResult& result : results) text += LiveValueLine(result) + "\n";
+        if (options.blankLineAfterCycle) text += "\n";
+        std::fputs(text.c_str(), stdout);
+        std::fflush(stdout);
+        if (options.afterCycle) options.afterCycle(cycle);
+    };
+
+    const StructurePollStart start = StartStructurePolling(polling, options.structureId, options.intervalMs, log, handOff);
+    if (start != StructurePollStart::Started) {
+        std::fprintf(stderr, "kestrel-cli: %s\n", StructurePollStartMessage(start).c_str());
+        connection.SetLogCallback(nullptr);
+        return 1;
+    }
+    // Bounded by the cycle count or a stop signal; checked every 20 ms.
+    while (!StopRequested() && (!options.cycles || cyclesDone.load() < *options.cycles)) {
+        platform::SleepMilliseconds(20);
+    }
+    StopStructurePolling(polling);
+    connection.SetLogCallback(nullptr);
+
+    int status = 0;
+    if (options.csvPath && !recording.ExportCsv(*options.csvPath)) {
+        std::fprintf(stderr, "kestrel-cli: %s: cannot write the CSV file\n", options.csvPath->c_str());
+        status = 1;
+    }
+    if (options.pcapPath && structure &&
+        !WriteFile(*options.pcapPath, GlobalTraceLog().BuildPcap(structure->ip, structure->port))) {
+        std::fprintf(stderr, "kestrel-cli: %s: cannot write the PCAP file\n", options.pcapPath->c_str());
+        status = 1;
+    }
+    return status;
+}
+
+}  // namespace cli

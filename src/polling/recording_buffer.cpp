@@ -1,0 +1,132 @@
+#include "polling/recording_buffer.h"
+
+#include <cstdio>
+#include <ctime>
+
+#include "common/localizer.h"
+#include "model/value_display.h"
+#include "platform/clock.h"
+
+namespace {
+
+int64_t SystemClock() { return platform::UnixTimeMilliseconds(); }
+
+// Civil date from days since 1970-01-01 (proleptic Gregorian), so the conversion does not depend
+// on the C library's gmtime and works the same for every platform.
+void CivilFromDays(int64_t days, int64_t& year, unsigned& month, unsigned& day) {
+    days += 719468;
+    const int64_t era = (days >= 0 ? days : days - 146096) / 146097;
+    const unsigned doe = static_cast<unsigned>(days - era * 146097);
+    const unsigned yoe = (doe - doe / 1460 + doe / 36524 - doe / 146096) / 365;
+    const unsigned doy = doe - (365 * yoe + yoe / 4 - yoe / 100);
+    const unsigned mp = (5 * doy + 2) / 153;
+    day = doy - (153 * mp + 2) / 5 + 1;
+    month = mp < 10 ? mp + 3 : mp - 9;
+    year = static_cast<int64_t>(yoe) + era * 400 + (month <= 2 ? 1 : 0);
+}
+
+}  // namespace
+
+std::string RecordButtonText(bool recording) {
+    return recording ? Localizer::Text(Localizer::Scope::Ui, "Stop", "Stoppen")
+                     : Localizer::Text(Localizer::Scope::Ui, "Record", "Aufzeichnen");
+}
+
+std::string DefaultRecordingName() { return Localizer::Text(Localizer::Scope::Ui, "Recording", "Aufzeichnung"); }
+
+std::string RawValueText(const DecodedValue& value) {
+    double number = 0.0;
+    if (const bool* b = std::get_if<bool>(&value)) number = *b ? 1.0 : 0.0;
+    if (const int64_t* i = std::get_if<int64_t>(&value)) number = static_cast<double>(*i);
+    if (const double* d = std::get_if<double>(&value)) number = *d;
+    char text[512];
+    std::snprintf(text, sizeof text, "%f", number);
+    return text;
+}
+
+std::string CsvTimestamp(int64_t timestampMs) {
+    const int64_t seconds = timestampMs / 1000;
+    int64_t days = seconds / 86400;
+    int64_t secondOfDay = seconds % 86400;
+    if (secondOfDay < 0) {
+        secondOfDay += 86400;
+        --days;
+    }
+    int64_t year = 0;
+    unsigned month = 0, day = 0;
+    CivilFromDays(days, year, month, day);
+    char text[64];
+    std::snprintf(text, sizeof text, "%04lld-%02u-%02uT%02lld:%02lld:%02lld", static_cast<long long>(year), month, day,
+                  static_cast<long long>(secondOfDay / 3600), static_cast<long long>(secondOfDay / 60 % 60),
+                  static_cast<long long>(secondOfDay % 60));
+    return text;
+}
+
+RecordingBuffer::RecordingBuffer() : clock(SystemClock) {}
+
+bool RecordingBuffer::ToggleRecording(const std::string& name) {
+    std::lock_guard<std::mutex> lock(mutex);
+    if (recording) {
+        recording = false;
+        return false;
+    }
+    recordingName = name;
+    startTimeMs = clock();
+    entries.clear();
+    recording = true;
+    return true;
+}
+
+void RecordingBuffer::Record(const Modbus::PollingResult& result, const Modbus::ModbusDetail& detail) {
+    std::lock_guard<std::mutex> lock(mutex);
+    if (!recording) return;
+    RecordEntry entry;
+    entry.timestampMs = clock();
+    entry.detailId = detail.id;
+    entry.name = result.name;
+    entry.rawValue = RawValueText(result.value);
+    entry.displayValue = FormatDisplayText(detail, result.value);
+    entry.unit = detail.unit;
+    entries.push_back(std::move(entry));
+}
+
+bool RecordingBuffer::ExportCsv(const std::string& path) const {
+    std::lock_guard<std::mutex> lock(mutex);
+    // Binary mode with explicit CR LF: the file is the same on every platform.
+    std::FILE* file = std::fopen(path.c_str(), "wb");
+    if (file == nullptr) return false;
+    const char* header = Localizer::Text(Localizer::Scope::Messages, "Timestamp;Name;RawValue;DisplayValue;Unit\r\n",
+                                         "Zeitstempel;Name;Rohwert;Anzeigewert;Einheit\r\n");
+    std::fputs(header, file);
+    for (const RecordEntry& e : entries) {
+        const std::string line = CsvTimestamp(e.timestampMs) + ";" + e.name + ";" + e.rawValue + ";" +
+                                 e.displayValue + ";" + e.unit + "\r\n";
+        std::fwrite(line.data(), 1, line.size(), file);
+    }
+    return std::fclose(file) == 0;
+}
+
+bool RecordingBuffer::IsRecording() const {
+    std::lock_guard<std::mutex> lock(mutex);
+    return recording;
+}
+
+std::string RecordingBuffer::RecordingName() const {
+    std::lock_guard<std::mutex> lock(mutex);
+    return recordingName;
+}
+
+int64_t RecordingBuffer::StartTimeMs() const {
+    std::lock_guard<std::mutex> lock(mutex);
+    return startTimeMs;
+}
+
+std::vector<RecordEntry> RecordingBuffer::Entries() const {
+    std::lock_guard<std::mutex> lock(mutex);
+    return entries;
+}
+
+void RecordingBuffer::SetClock(Clock newClock) {
+    std::lock_guard<std::mutex> lock(mutex);
+    clock = newClock ? newClock : SystemClock;
+}
