@@ -9,6 +9,11 @@ cmake --preset linux
 cmake --build --preset linux
 ctest --preset linux
 
+# The threads that share objects (poll thread, window thread, slave server) under ThreadSanitizer.
+cmake --preset linux-tsan
+cmake --build --preset linux-tsan --target polling_tests protocol_tests
+ctest --preset linux-tsan -R 'Concurrency'
+
 cmake --preset windows
 cmake --build --preset windows
 status=0
