@@ -58,7 +58,7 @@ uint32_t ParseIpv4Address(const std::string& text);
 
 class TraceLog {
 public:
-    // The newest 10,000 frames are kept: about 2 MB with FC03 frames of ten registers, and what the
+    // The newest 10,000 frames are kept: about 2.5 MB with FC03 frames of ten registers (some 250 heap bytes each), and what the
     // Diagnostics list can rebuild on every refresh without stalling the UI thread.
     static constexpr size_t kDefaultCapacity = 10000;
 
