@@ -36,7 +36,12 @@ std::string OneLine(const std::string& text) {
     return out;
 }
 
-std::string Quoted(const std::string& text) { return "\"" + OneLine(EscapeJsonString(text)) + "\""; }
+std::string Quoted(const std::string& text) {
+    std::string quoted(1, '"');
+    quoted.append(OneLine(EscapeJsonString(text)));
+    quoted.push_back('"');
+    return quoted;
+}
 
 int FileError(const std::string& path, const std::string& what) {
     std::fprintf(stderr, "kestrel-cli: %s: %s\n", path.c_str(), what.c_str());

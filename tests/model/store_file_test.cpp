@@ -371,7 +371,7 @@ TEST(StoreReader, RandomlyDamagedFilesOnlyEverRaiseTheConversionErrors) {
                 case 1: damaged.erase(at, 1 + random() % 20); break;
                 default: damaged.insert(at, 1, alphabet[random() % alphabet.size()]); break;
             }
-            if (damaged.empty()) damaged = "{";
+            if (damaged.empty()) damaged.push_back('{');
         }
         ASSERT_TRUE(ParseSurvives(store, damaged)) << round;
         ASSERT_LT(std::chrono::steady_clock::now() - started, std::chrono::seconds(60));
