@@ -52,6 +52,12 @@ bool ParseSurvives(StructureStore& store, const std::string& text) {
     return true;
 }
 
+// A file with NUL bytes inside a string value and a number.
+std::string WithNuls() {
+    static const char text[] = "{\"ip\": \"a\0b\", \"port\": 1\0 2}";
+    return std::string(text, sizeof text - 1);
+}
+
 }  // namespace
 
 TEST(StoreFile, SaveWritesTheSerializedTextAndLoadReadsItBack) {
@@ -400,7 +406,7 @@ TEST(StoreReader, GarbageAndAdversarialTextsAreSurvivedQuickly) {
         "{\"ip\": \"\\",
         "{\"id\": ",
         "\"ip\":{}",
-        std::string("{\"ip\": \"a\0b\", \"port\": 1\0 2}", 30),
+        WithNuls(),
         "{\"ip\": \"a\", \"details\": [{\"name\": \"x\", \"scale\": nan, \"offset\": inf}]}",
         "{\"ip\": \"a\", \"unitId\": 9999999999}",
     };
