@@ -146,4 +146,25 @@ TEST_F(TracePcapTshark, CaptureCarriesTheDeviceAddressPortsAndTimes) {
     EXPECT_EQ(lines[0], "192.168.1.1\t10.0.0.100\t5000\t" + p + "\t52\t" + epoch(frame.timestamp));
     EXPECT_EQ(lines[1], "192.168.1.1\t10.0.0.100\t" + p + "\t5000\t51\t" + epoch(frame.timestamp + frame.latencyMs));
 }
+
+TEST_F(TracePcapTshark, RtuFramesAreWrappedAsTheyAreAndShowAsMalformed) {
+    Modbus::TraceFrame frame;
+    frame.isRtu = true;
+    frame.timestamp = 1700000000000;
+    frame.latencyMs = 60;
+    frame.request = {0x01, 0x03, 0x00, 0x00, 0x00, 0x0A, 0xC5, 0xCD};
+    frame.response = {0x01, 0x03, 0x02, 0x00, 0x07, 0xF9, 0x86};
+    GlobalTraceLog().Append(frame);
+    const std::string path = WritePcap(GlobalTraceLog().BuildPcap("127.0.0.1", 1502));
+    const CommandResult all = RunCommand(
+        {"tshark", "-r", path, "-o", "mbtcp.tcp.port:1502", "-T", "fields", "-e", "frame.len"}, 60000);
+    ASSERT_EQ(all.exitCode, 0) << all.err;
+    EXPECT_EQ(Lines(all.out), (std::vector<std::string>{"62", "61"}));
+    // The unit id and the CRC sit where the dissector expects the MBAP header.
+    const CommandResult malformed = RunCommand(
+        {"tshark", "-r", path, "-o", "mbtcp.tcp.port:1502", "-Y", "_ws.malformed", "-T", "fields", "-e", "frame.number"},
+        60000);
+    ASSERT_EQ(malformed.exitCode, 0) << malformed.err;
+    EXPECT_FALSE(Lines(malformed.out).empty()) << all.out;
+}
 #endif
