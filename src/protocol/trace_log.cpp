@@ -260,22 +260,24 @@ void TraceLog::SetCapacity(size_t capacity) {
 }
 
 void TraceLog::SetCallback(Modbus::TraceCallback callback) {
-    std::lock_guard<std::mutex> lock(callbackMutex_);
+    std::lock_guard<std::mutex> lock(mutex_);
     callback_ = std::move(callback);
 }
 
 void TraceLog::Record(TraceFrame frame) {
-    // The callback gets the frame as appended; the log keeps its own copy.
+    // One lock for the append and for taking the callback; the callback itself runs after the
+    // unlock, so a handler that reads the log (or a slow one) never holds up the window's thread.
     Modbus::TraceCallback callback;
-    {
-        std::lock_guard<std::mutex> lock(callbackMutex_);
-        callback = callback_;
-    }
-    if (!callback) {
-        Append(std::move(frame));
+    std::unique_lock<std::mutex> lock(mutex_);
+    if (!callback_) {
+        frames_.push_back(std::move(frame));
+        TrimLocked();
         return;
     }
-    Append(frame);
+    callback = callback_;
+    frames_.push_back(frame);
+    TrimLocked();
+    lock.unlock();
     callback(frame);
 }
 

@@ -5,9 +5,9 @@
 //
 // Who touches it: the connection object appends a frame at the end of every master transaction, on
 // whatever thread ran it (the UI thread for single reads and writes, the poll thread); the UI thread
-// copies, clears, counts and exports. One mutex serialises all of them. The trace callback is
-// invoked after the append, outside that mutex, on the producing thread; the main window's handler
-// only posts a refresh message.
+// copies, clears, counts and exports. One mutex serialises all of them (and guards the callback
+// slot). The trace callback is invoked after the append, outside that mutex, on the producing
+// thread; the main window's handler only posts a refresh message.
 #include <cstddef>
 #include <cstdint>
 #include <deque>
@@ -100,8 +100,6 @@ private:
     size_t capacity_;
     std::string pcapIp_;
     uint16_t pcapPort_ = 502;
-
-    mutable std::mutex callbackMutex_;
     Modbus::TraceCallback callback_;
 };
 
