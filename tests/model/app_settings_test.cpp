@@ -31,6 +31,7 @@ protected:
 #if defined(_WIN32)
         const std::wstring key(location.begin(), location.end());
         RegDeleteTreeW(HKEY_CURRENT_USER, key.c_str());
+        RegDeleteKeyW(HKEY_CURRENT_USER, L"Software\\KestrelTest");  // only when no other test still uses it
 #endif
         platform::SetSettingsLocation("");
         Localizer::SetAllLanguages(0);

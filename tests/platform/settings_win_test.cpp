@@ -21,6 +21,7 @@ protected:
     }
     void TearDown() override {
         RegDeleteTreeW(HKEY_CURRENT_USER, path.c_str());
+        RegDeleteKeyW(HKEY_CURRENT_USER, L"Software\\KestrelTest");  // only when no other test still uses it
         platform::SetSettingsLocation("");
     }
 
