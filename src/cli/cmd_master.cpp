@@ -72,6 +72,13 @@ ModbusClient& ConnectedClient(ModbusClient& client, const ConnectionConfig& conf
     return client;
 }
 
+// Closes the connection (which logs "Disconnected.") and silences it, so that its destruction
+// does not log the same line again.
+void Finish(ModbusClient& client) {
+    client.Disconnect();
+    client.SetLogCallback(nullptr);
+}
+
 // One read; prints its values when it succeeded.
 bool RunRead(ModbusClient& client, const MasterRequest& r, const std::vector<uint16_t>& writeValues) {
     std::vector<bool> bits;
@@ -116,7 +123,7 @@ int RunReadCommand(std::vector<std::string>& args) {
     for (uint32_t i = 0; i < request.repeat; ++i) {
         allOk = RunRead(client, request, writeValues) && allOk;
     }
-    client.Disconnect();
+    Finish(client);
     return allOk ? 0 : 1;
 }
 
@@ -144,7 +151,7 @@ int RunWriteCommand(std::vector<std::string>& args) {
         case 16: ok = client.WriteMultipleRegisters(request.unitId, request.address, words); break;
         default: break;
     }
-    client.Disconnect();
+    Finish(client);
     return ok ? 0 : 1;
 }
 

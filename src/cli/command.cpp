@@ -76,7 +76,7 @@ int64_t ParseSigned(const std::string& text, const std::string& what, int64_t mi
         return value;
     }
     const uint64_t value = ParseUnsigned(text, what, 0, static_cast<uint64_t>(INT64_MAX));
-    if (static_cast<int64_t>(value) > max) throw UsageError(what + " must be from " + std::to_string(min) + " to " + std::to_string(max) + ", not '" + text + "'");
+    if (static_cast<int64_t>(value) > max || static_cast<int64_t>(value) < min) throw UsageError(what + " must be from " + std::to_string(min) + " to " + std::to_string(max) + ", not '" + text + "'");
     return static_cast<int64_t>(value);
 }
 

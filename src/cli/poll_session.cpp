@@ -24,8 +24,15 @@ bool IsFrameLine(const std::string& line) { return line.rfind("TX: ", 0) == 0 ||
 }  // namespace
 
 std::string AlarmLine(int64_t timestampMs, int32_t type, const std::string& detail, const std::string& message) {
-    return "[" + Modbus::FormatAlarmTime(timestampMs) + "] " + Modbus::AlarmKindName(type) + " | " + detail + " | " +
-           message;
+    std::string line = "[";
+    line += Modbus::FormatAlarmTime(timestampMs);
+    line += "] ";
+    line += Modbus::AlarmKindName(type);
+    line += " | ";
+    line += detail;
+    line += " | ";
+    line += message;
+    return line;
 }
 
 int RunPollSession(StructureStore& store, const PollSessionOptions& options) {

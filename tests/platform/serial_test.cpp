@@ -8,6 +8,10 @@
 
 #include "support/serial_pair.h"
 
+#if defined(_WIN32)
+#include "platform/win32/serial_dcb.h"
+#endif
+
 #if !defined(_WIN32)
 #include <fcntl.h>
 #include <termios.h>
@@ -37,13 +41,31 @@ TEST(Serial, UnknownParityLetterSetsNoParityBitButChecksParity) {
     SerialPair pair;
     ASSERT_TRUE(pair.Ok());
 #if defined(_WIN32)
-    platform::SerialHandle h = platform::OpenSerial(pair.DeviceName(), 19200, 8, 1, 'X');
-    ASSERT_TRUE(platform::IsValid(h));
+    // Wine reports fParity back from the tty's input flags, so the DCB is checked as it is built.
     DCB dcb{};
     dcb.DCBlength = sizeof dcb;
-    ASSERT_TRUE(GetCommState(h, &dcb));
+    dcb.fParity = 0;
+    dcb.fOutxCtsFlow = 1;
+    dcb.fOutX = 1;
+    platform::ApplyLineSettings(dcb, 19200, 8, 1, 'X');
     EXPECT_EQ(dcb.Parity, NOPARITY);
     EXPECT_EQ(dcb.fParity, 1u);
+    EXPECT_EQ(dcb.fOutxCtsFlow, 0u);
+    EXPECT_EQ(dcb.fOutX, 0u);
+    EXPECT_EQ(dcb.fDtrControl, static_cast<DWORD>(DTR_CONTROL_ENABLE));
+    platform::ApplyLineSettings(dcb, 9600, 7, 2, 'N');
+    EXPECT_EQ(dcb.fParity, 0u);
+    EXPECT_EQ(dcb.StopBits, TWOSTOPBITS);
+    EXPECT_EQ(dcb.ByteSize, 7);
+    EXPECT_EQ(dcb.BaudRate, 9600u);
+    platform::ApplyLineSettings(dcb, 9600, 8, 1, 'E');
+    EXPECT_EQ(dcb.Parity, EVENPARITY);
+    platform::ApplyLineSettings(dcb, 9600, 8, 1, 'O');
+    EXPECT_EQ(dcb.Parity, ODDPARITY);
+    EXPECT_EQ(dcb.StopBits, ONESTOPBIT);
+    // And a real port opens with them.
+    platform::SerialHandle h = platform::OpenSerial(pair.DeviceName(), 19200, 8, 1, 'X');
+    ASSERT_TRUE(platform::IsValid(h));
     platform::SerialClose(h);
 #else
     const termios tio = SettingsOf(pair.DeviceName(), 'X', 1, 8);

@@ -1,6 +1,23 @@
 #include "platform/serial.h"
 
+#include "platform/win32/serial_dcb.h"
+
 namespace platform {
+
+void ApplyLineSettings(DCB& dcb, uint32_t baud, uint8_t dataBits, uint8_t stopBits, char parity) {
+    dcb.BaudRate = baud;
+    dcb.ByteSize = dataBits;
+    dcb.StopBits = stopBits == 2 ? TWOSTOPBITS : ONESTOPBIT;
+    dcb.Parity = parity == 'E' ? EVENPARITY : parity == 'O' ? ODDPARITY : NOPARITY;
+    dcb.fBinary = 1;
+    dcb.fParity = parity != 'N' ? 1 : 0;
+    dcb.fOutxCtsFlow = 0;
+    dcb.fOutxDsrFlow = 0;
+    dcb.fDtrControl = DTR_CONTROL_ENABLE;
+    dcb.fRtsControl = RTS_CONTROL_ENABLE;
+    dcb.fOutX = 0;
+    dcb.fInX = 0;
+}
 
 SerialHandle InvalidSerialHandle() { return INVALID_HANDLE_VALUE; }
 
@@ -14,18 +31,7 @@ SerialHandle OpenSerial(const std::string& name, uint32_t baud, uint8_t dataBits
     ZeroMemory(&dcb, sizeof dcb);
     dcb.DCBlength = sizeof dcb;
     GetCommState(h, &dcb);
-    dcb.BaudRate = baud;
-    dcb.ByteSize = dataBits;
-    dcb.StopBits = stopBits == 2 ? TWOSTOPBITS : ONESTOPBIT;
-    dcb.Parity = parity == 'E' ? EVENPARITY : parity == 'O' ? ODDPARITY : NOPARITY;
-    dcb.fBinary = 1;
-    dcb.fParity = parity != 'N' ? 1 : 0;
-    dcb.fOutxCtsFlow = 0;
-    dcb.fOutxDsrFlow = 0;
-    dcb.fDtrControl = DTR_CONTROL_ENABLE;
-    dcb.fRtsControl = RTS_CONTROL_ENABLE;
-    dcb.fOutX = 0;
-    dcb.fInX = 0;
+    ApplyLineSettings(dcb, baud, dataBits, stopBits, parity);
     SetCommState(h, &dcb);
 
     COMMTIMEOUTS timeouts;
