@@ -30,6 +30,14 @@ uint16_t WordAt(const Bytes& bytes, size_t at) {
 
 bool IsReadFunction(uint8_t fc) { return fc <= 4 || fc == 0x17 || fc == 0x18; }
 
+// The exception test of an operation: reads test only a response of their minimum length, writes
+// need just the function-code byte.
+bool IsOperationException(const Bytes& response, uint8_t functionCode, bool isTcp) {
+    const Modbus::ResponseLayout& layout = Modbus::LayoutFor(isTcp);
+    const size_t needed = IsReadFunction(functionCode) ? layout.minimumLength : layout.functionCode + 1;
+    return response.size() >= needed && IsExceptionResponse(response, isTcp);
+}
+
 std::string ExceptionText(uint8_t fc, uint8_t code) {
     const std::string number = std::to_string(code);
     switch (fc) {
@@ -71,11 +79,9 @@ bool ModbusClient::Transact(const Bytes& request, Bytes& response) {
     frame.response = response;
     frame.isTimeout = !ok;
     if (ok) {
-        // The same exception test as the operation: reads only in a response of their minimum length.
-        const Modbus::ResponseLayout& layout = Modbus::LayoutFor(IsTcp());
-        const uint8_t fc = layout.functionCode < request.size() ? request[layout.functionCode] : 0;
-        const size_t needed = IsReadFunction(fc) ? layout.minimumLength : layout.functionCode + 1;
-        frame.isException = response.size() >= needed && IsExceptionResponse(response, IsTcp());
+        const size_t at = Modbus::LayoutFor(IsTcp()).functionCode;
+        const uint8_t fc = at < request.size() ? request[at] : 0;
+        frame.isException = IsOperationException(response, fc, IsTcp());
         frame.isCrcError = !IsTcp() && !HasValidCrc(response);
     }
     RecordTrace(std::move(frame));
@@ -90,11 +96,7 @@ bool ModbusClient::RunOperation(uint8_t unitId, uint8_t functionCode, const Byte
         Log(std::string(name) + Text(" failed.", " fehlgeschlagen."));
         return false;
     }
-    // Reads test for an exception only in a response of their minimum length; writes need just
-    // the function-code byte.
-    const Modbus::ResponseLayout& layout = Modbus::LayoutFor(IsTcp());
-    const size_t needed = IsReadFunction(functionCode) ? layout.minimumLength : layout.functionCode + 1;
-    if (response.size() >= needed && IsExceptionResponse(response, IsTcp())) {
+    if (IsOperationException(response, functionCode, IsTcp())) {
         Log(ExceptionText(functionCode, ExceptionCode(response, IsTcp())));
         return false;
     }
