@@ -76,7 +76,9 @@ TEST_F(TcpServerLoopTest, BindFailureIsLoggedAndNothingStarts) {
 #if defined(_WIN32)
     if (started) GTEST_SKIP() << "this Windows socket layer lets SO_REUSEADDR share a listening port";
     ASSERT_EQ(log.Lines().size(), 1u);
-    EXPECT_EQ(log.Lines()[0], "Bind failed: 10048");
+    // WSAEADDRINUSE, or WSAEACCES where the holder has the port exclusively (Wine reports that).
+    const std::string line = log.Lines()[0];
+    EXPECT_TRUE(line == "Bind failed: 10048" || line == "Bind failed: 10013") << line;
 #else
     EXPECT_FALSE(started);
     EXPECT_EQ(log.Lines(), std::vector<std::string>{"Bind failed: " + std::to_string(EADDRINUSE)});
