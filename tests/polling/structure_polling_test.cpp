@@ -125,6 +125,7 @@ TEST_F(StructurePollingTest, UnreachableDeviceFailsToConnectAndNoThreadStarts) {
     EXPECT_EQ(StructurePollStartMessage(StructurePollStart::ConnectionFailed), "Verbindung zur Struktur fehlgeschlagen.");
     EXPECT_EQ(StructurePollStartTitle(StructurePollStart::ConnectionFailed), "Fehler");
     EXPECT_EQ(PollingStartedText(), "Polling gestartet...\r\n");
+    connection.SetLogCallback(nullptr);  // `lines` ends here; the connection lives on to TearDown
 }
 
 TEST_F(StructurePollingTest, PollsOurSlaveAndFeedsAlarmsRecordingAndHandOff) {
