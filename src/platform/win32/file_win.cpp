@@ -1,18 +1,12 @@
 #include <windows.h>
 #include <algorithm>
 
+#include "platform/win32/wide_text.h"
 #include "platform/file_io.h"
 
 namespace platform {
 namespace {
 
-std::wstring Wide(const std::string& utf8) {
-    if (utf8.empty()) return {};
-    const int n = MultiByteToWideChar(CP_UTF8, 0, utf8.data(), static_cast<int>(utf8.size()), nullptr, 0);
-    std::wstring wide(static_cast<size_t>(n), L'\0');
-    MultiByteToWideChar(CP_UTF8, 0, utf8.data(), static_cast<int>(utf8.size()), wide.data(), n);
-    return wide;
-}
 
 struct FileHandle {
     HANDLE h;
