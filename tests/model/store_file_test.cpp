@@ -16,6 +16,7 @@
 
 #if !defined(_WIN32)
 #include <signal.h>
+#include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
 #endif
@@ -236,7 +237,20 @@ TEST(StoreFile, AProcessKilledWhileSavingLeavesTheOldOrTheNewFile) {
             }
             _exit(0);
         }
-        usleep(static_cast<useconds_t>(1000 + random() % 12000));
+        // Kill either at a random moment or, every other round, as soon as the temporary file is
+        // seen half written, so that some kills land inside a write even on a loaded machine.
+        if (round % 2 == 0) {
+            usleep(static_cast<useconds_t>(1000 + random() % 12000));
+        } else {
+            const auto waitStart = std::chrono::steady_clock::now();
+            struct stat st {};
+            while (std::chrono::steady_clock::now() - waitStart < std::chrono::seconds(2)) {
+                if (stat((path + ".tmp").c_str(), &st) == 0 && st.st_size > 0 &&
+                    static_cast<size_t>(st.st_size) < newText.size()) {
+                    break;
+                }
+            }
+        }
         kill(child, SIGKILL);
         int status = 0;
         waitpid(child, &status, 0);
