@@ -11,8 +11,9 @@ ctest --preset linux
 
 # The threads that share objects (poll thread, window thread, slave server) under ThreadSanitizer.
 cmake --preset linux-tsan
-cmake --build --preset linux-tsan --target polling_tests protocol_tests
-ctest --preset linux-tsan -R 'Concurrency'
+cmake --build --preset linux-tsan --target polling_tests protocol_tests slave_tests
+ctest --preset linux-tsan -L slave
+ctest --preset linux-tsan -R Concurrency
 
 cmake --preset windows
 cmake --build --preset windows

@@ -39,6 +39,12 @@ int Recv(SOCKET s, uint8_t* data, size_t length);
 // Closes the socket and breaks any call blocked on it in another thread.
 void CloseSocket(SOCKET s);
 
+// Breaks a call blocked on the socket in another thread. POSIX: shuts the socket down and keeps the
+// descriptor, so its number cannot be handed out again while the blocked thread still uses it; the
+// caller closes it once that thread has let go. Winsock breaks a blocked accept only by closing the
+// socket, so on Windows this closes it. Returns true when the socket was closed.
+bool InterruptSocket(SOCKET s);
+
 // The error number of the last failed socket call on this thread; 0 after an orderly close.
 int LastSocketError();
 

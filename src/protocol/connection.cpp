@@ -29,9 +29,15 @@ void ModbusClient::Disconnect() {
     running.store(false);
     connected.store(false);
     if (serverThread.joinable()) {
-        // Closing the sockets breaks a blocked accept or recv; the cancel breaks a pending serial read.
-        platform::CloseSocket(sockets[1].exchange(INVALID_SOCKET));
-        platform::CloseSocket(sockets[2].exchange(INVALID_SOCKET));
+        // Break a blocked accept or recv (closing the sockets only where that is the one way) and a
+        // pending serial read, then wait for the thread.
+        {
+            std::lock_guard<std::mutex> lock(socketMutex);
+            for (int i : {1, 2}) {
+                const SOCKET s = sockets[i].load();
+                if (s != INVALID_SOCKET && platform::InterruptSocket(s)) sockets[i].store(INVALID_SOCKET);
+            }
+        }
         if (platform::IsValid(serialHandle)) platform::SerialCancel(serialHandle);
         serverThread.join();
     }

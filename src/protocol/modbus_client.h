@@ -6,6 +6,7 @@
 #include <atomic>
 #include <cstdint>
 #include <functional>
+#include <mutex>
 #include <string>
 #include <thread>
 #include <vector>
@@ -113,9 +114,11 @@ private:
     void Log(const char* english, const char* german) const;
     std::string Text(const char* english, const char* german) const;
 
-    // master, listen, client. Atomic because Disconnect closes the listen and client sockets while
-    // the slave thread accepts and serves on them; whoever exchanges a socket out closes it.
+    // master, listen, client. The slave thread and Disconnect hand the client socket over under
+    // `socketMutex`: whoever takes a socket out (sets its slot invalid) closes it, and Disconnect
+    // only interrupts the sockets the thread is blocked on, closing them after the join.
     std::atomic<SOCKET> sockets[3] = {INVALID_SOCKET, INVALID_SOCKET, INVALID_SOCKET};
+    std::mutex socketMutex;
     platform::SerialHandle serialHandle;
     ConnectionConfig config;
     std::atomic<bool> connected{false};

@@ -51,11 +51,24 @@ void ModbusClient::TcpServerLoop() {
             break;
         }
         Log(Text("Client connected: ", "Client verbunden: ") + peer);
-        sockets[2].store(client);
+        {
+            std::lock_guard<std::mutex> lock(socketMutex);
+            if (!running.load()) {
+                // A stop came while accept returned: this client is not served.
+                platform::CloseSocket(client);
+                Log("Client disconnected.", "Client getrennt.");
+                break;
+            }
+            sockets[2].store(client);
+        }
         platform::SetReceiveTimeout(client, kClientIdleMs);
         ServeTcpClient(client);
-        // Disconnect may have taken the socket out and closed it already; whoever takes it closes it.
-        const SOCKET open = sockets[2].exchange(INVALID_SOCKET);
+        // Disconnect may have closed the socket already (Windows); whoever takes it out closes it.
+        SOCKET open = INVALID_SOCKET;
+        {
+            std::lock_guard<std::mutex> lock(socketMutex);
+            open = sockets[2].exchange(INVALID_SOCKET);
+        }
         if (open != INVALID_SOCKET) platform::CloseSocket(open);
         Log("Client disconnected.", "Client getrennt.");
     }

@@ -117,6 +117,11 @@ void CloseSocket(SOCKET s) {
     close(s);
 }
 
+bool InterruptSocket(SOCKET s) {
+    if (s != INVALID_SOCKET) shutdown(s, SHUT_RDWR);
+    return false;
+}
+
 int LastSocketError() { return t_lastError; }
 
 }  // namespace platform

@@ -76,6 +76,11 @@ void CloseSocket(SOCKET s) {
     if (s != INVALID_SOCKET) closesocket(s);
 }
 
+bool InterruptSocket(SOCKET s) {
+    CloseSocket(s);
+    return true;
+}
+
 int LastSocketError() { return WSAGetLastError(); }
 
 }  // namespace platform
