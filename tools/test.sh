@@ -9,6 +9,11 @@ cmake --preset linux
 cmake --build --preset linux
 ctest --preset linux
 
+# Everything again under AddressSanitizer and UndefinedBehaviorSanitizer.
+cmake --preset linux-asan
+cmake --build --preset linux-asan
+ctest --preset linux-asan
+
 # The threads that share objects (poll thread, window thread, slave server) under ThreadSanitizer.
 cmake --preset linux-tsan
 cmake --build --preset linux-tsan --target polling_tests protocol_tests slave_tests
