@@ -1,6 +1,7 @@
 // kestrel-cli read and write: exact output lines, exit codes and usage errors. Native only (the
 // command line runs as a child process); the device is our own slave in this test process.
 #if !defined(_WIN32)
+#include <cstdlib>
 #include <sstream>
 
 #include <gtest/gtest.h>
@@ -50,11 +51,18 @@ TEST_F(MasterCli, ReadPrintsRegistersAndLogsToStderr) {
 }
 
 TEST_F(MasterCli, GermanIsTheDefaultLanguage) {
+    // No stored settings: an empty configuration folder.
+    const std::string config = MakeTempDir();
+    const char* old = std::getenv("XDG_CONFIG_HOME");
+    const std::string saved = old ? old : "";
+    setenv("XDG_CONFIG_HOME", config.c_str(), 1);
     const CommandResult r = Cli({"read", "--tcp", endpoint, "--fc", "1", "--address", "0", "--count", "3"});
     EXPECT_EQ(r.exitCode, 0);
     EXPECT_EQ(r.out, "1\n0\n1\n");
     EXPECT_EQ(SplitLines(r.err).front(), "Verbinde mit " + endpoint + " ...");
     EXPECT_EQ(SplitLines(r.err).back(), "Getrennt.");
+    if (old) setenv("XDG_CONFIG_HOME", saved.c_str(), 1); else unsetenv("XDG_CONFIG_HOME");
+    RunCommand({"rm", "-rf", config});
 }
 
 TEST_F(MasterCli, RepeatRunsOnOneConnectionWithCountingTransactionIds) {
