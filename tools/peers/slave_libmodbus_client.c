@@ -40,11 +40,11 @@ static void Failed(const char* op, int address) {
     }
 }
 
-static int RunOp(modbus_t* ctx, const char* spec) {
+static int RunOp(modbus_t* ctx, const char* operation) {
     char op[8] = {0};
-    const char* colon = strchr(spec, ':');
-    if (colon == NULL || colon - spec >= (long)sizeof op) return -1;
-    memcpy(op, spec, (size_t)(colon - spec));
+    const char* colon = strchr(operation, ':');
+    if (colon == NULL || colon - operation >= (long)sizeof op) return -1;
+    memcpy(op, operation, (size_t)(colon - operation));
     const char* rest = colon + 1;
     if (strcmp(op, "unit") == 0) {
         const int unit = atoi(rest);

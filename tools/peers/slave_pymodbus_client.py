@@ -15,8 +15,8 @@ from pymodbus.framer.rtu_framer import ModbusRtuFramer
 from pymodbus.pdu import ExceptionResponse
 
 
-def run(client, spec, unit):
-    op, _, rest = spec.partition(":")
+def run(client, operation, unit):
+    op, _, rest = operation.partition(":")
     if op == "unit":
         print("unit %d" % int(rest))
         return int(rest)
@@ -36,7 +36,7 @@ def run(client, spec, unit):
     elif op == "wrs":
         result = client.write_registers(address, [int(v, 0) for v in arg.split(",")], slave=unit)
     else:
-        raise ValueError(spec)
+        raise ValueError(operation)
     if isinstance(result, ExceptionResponse):
         print("%s %d exception %d" % (op, address, result.exception_code))
     elif result is None or result.isError():
@@ -66,8 +66,8 @@ def main(argv):
         return 3
     unit = 1
     try:
-        for spec in ops:
-            unit = run(client, spec, unit)
+        for operation in ops:
+            unit = run(client, operation, unit)
             sys.stdout.flush()
     finally:
         client.close()
