@@ -97,7 +97,7 @@ TEST(CmdSlaveTest, SigintStopsAGermanSlave) {
 
 TEST(CmdSlaveTest, DurationEndsTheServerByItself) {
     const int64_t start = NowMs();
-    const RunResult result = RunProgram(Cli({"--lang", "en", "slave", "--tcp-port", "0", "--duration", "1"}), 10000);
+    const CommandResult result = RunCommand(Cli({"--lang", "en", "slave", "--tcp-port", "0", "--duration", "1"}), 10000);
     const int64_t elapsed = NowMs() - start;
     EXPECT_EQ(result.exitCode, 0);
     EXPECT_GE(elapsed, 900);
@@ -129,17 +129,17 @@ TEST(CmdSlaveTest, APortThatCannotBeBoundExitsWithOne) {
     ASSERT_TRUE(platform::BindAny(holder, 0));
     ASSERT_TRUE(platform::Listen(holder, 1));
     const uint16_t port = platform::LocalPort(holder);
-    const RunResult result = RunProgram(Cli({"--lang", "en", "slave", "--tcp-port", std::to_string(port)}), 10000);
+    const CommandResult result = RunCommand(Cli({"--lang", "en", "slave", "--tcp-port", std::to_string(port)}), 10000);
     platform::CloseSocket(holder);
     EXPECT_EQ(result.exitCode, 1);
     EXPECT_EQ(result.out, "Bind failed: " + std::to_string(EADDRINUSE) + "\n");
 }
 
 TEST(CmdSlaveTest, ADeviceThatCannotBeOpenedExitsWithOne) {
-    RunResult result = RunProgram(Cli({"--lang", "en", "slave", "--rtu", "/dev/kestrel-no-such-port"}), 10000);
+    CommandResult result = RunCommand(Cli({"--lang", "en", "slave", "--rtu", "/dev/kestrel-no-such-port"}), 10000);
     EXPECT_EQ(result.exitCode, 1);
     EXPECT_EQ(result.out, "Opening /dev/kestrel-no-such-port @ 9600 Baud (Slave) ...\nCould not open serial port.\n");
-    result = RunProgram(Cli({"slave", "--rtu", "/dev/kestrel-no-such-port", "--baud", "19200"}), 10000);
+    result = RunCommand(Cli({"slave", "--rtu", "/dev/kestrel-no-such-port", "--baud", "19200"}), 10000);
     EXPECT_EQ(result.exitCode, 1);
     EXPECT_EQ(result.out,
               "Oeffne /dev/kestrel-no-such-port @ 19200 Baud (Slave) ...\nSeriellen Port konnte nicht geoeffnet werden.\n");
@@ -185,7 +185,7 @@ TEST(CmdSlaveTest, UsageErrorsExitWithTwoAndOneMessageLine) {
         {"slave", "--rtu", "/dev/ttyS0", "--stop-bits", "3"},
     };
     for (const auto& args : cases) {
-        const RunResult result = RunProgram(Cli(args), 10000);
+        const CommandResult result = RunCommand(Cli(args), 10000);
         std::string command;
         for (const auto& a : args) command += a + " ";
         EXPECT_EQ(result.exitCode, 2) << command;
@@ -198,7 +198,7 @@ TEST(CmdSlaveTest, UsageErrorsExitWithTwoAndOneMessageLine) {
 }
 
 TEST(CmdSlaveTest, UsageListsTheSlaveCommand) {
-    const RunResult result = RunProgram(Cli({"--help"}), 10000);
+    const CommandResult result = RunCommand(Cli({"--help"}), 10000);
     EXPECT_EQ(result.exitCode, 0);
     EXPECT_NE(result.out.find("slave (--tcp-port P | --rtu DEVICE"), std::string::npos) << result.out;
 }

@@ -48,53 +48,19 @@ int ExitCodeOf(int status) { return WIFEXITED(status) ? WEXITSTATUS(status) : -1
 }  // namespace
 
 CommandResult RunCommand(const std::vector<std::string>& argv, int timeoutMs) {
+    ChildProcess child(argv);
     CommandResult result;
-    int outPipe[2], errPipe[2];
-    if (pipe(outPipe) != 0 || pipe(errPipe) != 0) return result;
-    posix_spawn_file_actions_t actions;
-    posix_spawn_file_actions_init(&actions);
-    posix_spawn_file_actions_adddup2(&actions, outPipe[1], 1);
-    posix_spawn_file_actions_adddup2(&actions, errPipe[1], 2);
-    posix_spawn_file_actions_addclose(&actions, outPipe[0]);
-    posix_spawn_file_actions_addclose(&actions, errPipe[0]);
-    pid_t pid = -1;
-    std::vector<char*> args = Argv(argv);
-    const int rc = posix_spawnp(&pid, args[0], &actions, nullptr, args.data(), environ);
-    posix_spawn_file_actions_destroy(&actions);
-    close(outPipe[1]);
-    close(errPipe[1]);
-    if (rc != 0) {
-        close(outPipe[0]);
-        close(errPipe[0]);
+    if (!child.Started()) {
         result.err = "cannot start " + argv[0];
         return result;
     }
-    const int64_t deadline = NowMs() + timeoutMs;
-    bool outOpen = true, errOpen = true;
-    while ((outOpen || errOpen) && NowMs() < deadline) {
-        pollfd p[2] = {{outOpen ? outPipe[0] : -1, POLLIN, 0}, {errOpen ? errPipe[0] : -1, POLLIN, 0}};
-        if (poll(p, 2, 100) <= 0) continue;
-        char buffer[4096];
-        if (p[0].revents) {
-            const ssize_t n = read(outPipe[0], buffer, sizeof buffer);
-            if (n > 0) result.out.append(buffer, static_cast<size_t>(n)); else outOpen = false;
-        }
-        if (p[1].revents) {
-            const ssize_t n = read(errPipe[0], buffer, sizeof buffer);
-            if (n > 0) result.err.append(buffer, static_cast<size_t>(n)); else errOpen = false;
-        }
+    result.exitCode = child.Wait(timeoutMs);
+    if (result.exitCode == -1) {
+        child.Signal(SIGKILL);
+        child.Wait(5000);
     }
-    close(outPipe[0]);
-    close(errPipe[0]);
-    int status = 0;
-    const int64_t left = deadline - NowMs();
-    if (WaitFor(pid, left > 0 ? static_cast<int>(left) : 0, status) != 0) {
-        kill(pid, SIGKILL);
-        waitpid(pid, &status, 0);
-        result.exitCode = -1;
-        return result;
-    }
-    result.exitCode = ExitCodeOf(status);
+    result.out = child.Stdout();
+    result.err = child.Stderr();
     return result;
 }
 
