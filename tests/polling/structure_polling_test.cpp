@@ -107,11 +107,7 @@ TEST_F(StructurePollingTest, MissingStructureOrNoDetailsDoesNotStart) {
 }
 
 TEST_F(StructurePollingTest, UnreachableDeviceFailsToConnectAndNoThreadStarts) {
-    uint16_t closedPort = 0;
-    {
-        ScriptedTcpPeer gone([](ScriptedTcpPeer&) {});
-        closedPort = gone.Port();
-    }
+    const uint16_t closedPort = ScriptedTcpPeer::ClosedPort();
     const int32_t id = AddDevice(closedPort, {Detail("Speed", 10, Modbus::DataType::UInt16)});
     std::vector<std::string> lines;
     EXPECT_EQ(StartStructurePolling(polling, id, 100, [&lines](const std::string& l) { lines.push_back(l); }, HandOff()),

@@ -81,11 +81,7 @@ TEST_F(TcpMaster, ConnectingWhileConnectedFirstDisconnects) {
 }
 
 TEST_F(TcpMaster, RefusedConnectionLogsErrorNumberAndStaysClosed) {
-    uint16_t closedPort = 0;
-    {
-        ScriptedTcpPeer p([](ScriptedTcpPeer&) {});
-        closedPort = p.Port();
-    }
+    const uint16_t closedPort = ScriptedTcpPeer::ClosedPort();
     ConnectionConfig config;
     config.port = closedPort;
     EXPECT_FALSE(client.Connect(config));
@@ -103,11 +99,7 @@ TEST_F(TcpMaster, RefusedConnectionLogsErrorNumberAndStaysClosed) {
 
 TEST_F(TcpMaster, RefusedConnectionInGerman) {
     Localizer::SetLanguage(Localizer::Scope::Connection, 0);
-    uint16_t closedPort = 0;
-    {
-        ScriptedTcpPeer p([](ScriptedTcpPeer&) {});
-        closedPort = p.Port();
-    }
+    const uint16_t closedPort = ScriptedTcpPeer::ClosedPort();
     ConnectionConfig config;
     config.port = closedPort;
     EXPECT_FALSE(client.Connect(config));

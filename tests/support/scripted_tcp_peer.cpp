@@ -64,3 +64,8 @@ ScriptedTcpPeer::Bytes ScriptedTcpPeer::Received() const {
     std::lock_guard<std::mutex> lock(mutex_);
     return received_;
 }
+
+uint16_t ScriptedTcpPeer::ClosedPort() {
+    ScriptedTcpPeer gone([](ScriptedTcpPeer&) {});
+    return gone.Port();
+}

@@ -23,6 +23,8 @@ public:
     ScriptedTcpPeer& operator=(const ScriptedTcpPeer&) = delete;
 
     uint16_t Port() const { return port_; }
+    // A loopback port that was just listened on and is closed now: a connect to it is refused.
+    static uint16_t ClosedPort();
     // Waits for the script to end (bounded by the sockets' time-outs).
     void Join();
 
