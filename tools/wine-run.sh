@@ -61,8 +61,12 @@ cleanup() {
 }
 
 bootstrap
-# A wineserver that persists keeps later runs fast and does not hold ctest's pipes.
+# A wineserver that persists keeps later runs fast. Wine's own background processes (services,
+# device drivers) start with the first program of a server and inherit its output: start them
+# here with no output attached, or they would hold the caller's pipe (ctest's) open long after the
+# test ended.
 wineserver -p >/dev/null 2>&1 </dev/null
+wine cmd /c exit 0 >/dev/null 2>&1 </dev/null
 slot=""
 socat_pid=""
 if command -v socat >/dev/null 2>&1; then map_com_pair; fi
