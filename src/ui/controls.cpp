@@ -1,0 +1,130 @@
+#include "ui/controls.h"
+
+#include <commctrl.h>
+
+#include <cstdlib>
+
+#include "common/localizer.h"
+#include "platform/win32/wide_text.h"
+#include "ui/app.h"
+
+namespace ui {
+
+std::wstring T(const char* english, const char* german) { return Wide(App().language ? english : german); }
+
+std::wstring Wide(const std::string& utf8) { return platform::Wide(utf8); }
+
+std::string Utf8(const std::wstring& wide) { return platform::Utf8(wide); }
+
+ControlFactory::ControlFactory(HWND parent, std::vector<HWND>* page, bool visible)
+    : parent_(parent), page_(page), visible_(visible ? WS_VISIBLE : 0) {}
+
+HWND ControlFactory::Create(const wchar_t* windowClass, const std::wstring& text, DWORD style, DWORD exStyle, int x,
+                            int y, int w, int h, int id) {
+    HWND control = CreateWindowExW(exStyle, windowClass, text.c_str(), WS_CHILD | visible_ | style, x, y, w, h, parent_,
+                                   reinterpret_cast<HMENU>(static_cast<INT_PTR>(id)), App().instance, nullptr);
+    SendMessageW(control, WM_SETFONT, reinterpret_cast<WPARAM>(App().normalFont), TRUE);
+    if (page_ != nullptr && control != nullptr) page_->push_back(control);
+    return control;
+}
+
+HWND ControlFactory::Group(const std::wstring& text, int x, int y, int w, int h) {
+    return Bold(Create(WC_BUTTONW, text, BS_GROUPBOX, 0, x, y, w, h, -1));
+}
+
+HWND ControlFactory::Label(const std::wstring& text, int x, int y, int w, int h, DWORD style) {
+    return Create(WC_STATICW, text, style, 0, x, y, w, h, -1);
+}
+
+HWND ControlFactory::Static(int id, const std::wstring& text, int x, int y, int w, int h) {
+    return Create(WC_STATICW, text, SS_LEFT, 0, x, y, w, h, id);
+}
+
+HWND ControlFactory::Edit(int id, const std::wstring& text, int x, int y, int w, int h, DWORD style) {
+    return Create(WC_EDITW, text, ES_AUTOHSCROLL | WS_TABSTOP | style, WS_EX_CLIENTEDGE, x, y, w, h, id);
+}
+
+HWND ControlFactory::Button(int id, const std::wstring& text, int x, int y, int w, int h, DWORD style) {
+    return Create(WC_BUTTONW, text, WS_TABSTOP | style, 0, x, y, w, h, id);
+}
+
+HWND ControlFactory::Radio(int id, const std::wstring& text, int x, int y, int w, int h, bool startsGroup) {
+    return Create(WC_BUTTONW, text, BS_AUTORADIOBUTTON | WS_TABSTOP | (startsGroup ? WS_GROUP : 0), 0, x, y, w, h, id);
+}
+
+HWND ControlFactory::CheckBox(int id, const std::wstring& text, int x, int y, int w, int h) {
+    return Create(WC_BUTTONW, text, BS_AUTOCHECKBOX | WS_TABSTOP, 0, x, y, w, h, id);
+}
+
+HWND ControlFactory::DropList(int id, const std::vector<std::wstring>& items, int selected, int x, int y, int w, int h,
+                              DWORD style) {
+    HWND combo = Create(WC_COMBOBOXW, L"", CBS_DROPDOWNLIST | WS_TABSTOP | style, 0, x, y, w, h, id);
+    for (const std::wstring& item : items) SendMessageW(combo, CB_ADDSTRING, 0, reinterpret_cast<LPARAM>(item.c_str()));
+    SendMessageW(combo, CB_SETCURSEL, static_cast<WPARAM>(selected), 0);
+    return combo;
+}
+
+HWND ControlFactory::ListView(int id, const std::vector<Column>& columns, int x, int y, int w, int h, DWORD style,
+                              DWORD extendedStyle) {
+    HWND list = Create(WC_LISTVIEWW, L"", LVS_REPORT | WS_TABSTOP | style, WS_EX_CLIENTEDGE, x, y, w, h, id);
+    if (extendedStyle != 0) SendMessageW(list, LVM_SETEXTENDEDLISTVIEWSTYLE, extendedStyle, extendedStyle);
+    for (size_t i = 0; i < columns.size(); ++i) {
+        LVCOLUMNW column{};
+        column.mask = LVCF_TEXT | LVCF_WIDTH | LVCF_FMT | LVCF_SUBITEM;
+        column.fmt = LVCFMT_LEFT;
+        column.cx = columns[i].width;
+        column.pszText = const_cast<wchar_t*>(columns[i].title.c_str());
+        column.iSubItem = static_cast<int>(i);
+        SendMessageW(list, LVM_INSERTCOLUMNW, i, reinterpret_cast<LPARAM>(&column));
+    }
+    return list;
+}
+
+HWND ControlFactory::Bold(HWND control) {
+    SendMessageW(control, WM_SETFONT, reinterpret_cast<WPARAM>(App().boldFont), TRUE);
+    return control;
+}
+
+std::wstring GetText(HWND control) {
+    const int length = GetWindowTextLengthW(control);
+    std::wstring text(static_cast<size_t>(length) + 1, L'\0');
+    const int copied = GetWindowTextW(control, text.data(), length + 1);
+    text.resize(static_cast<size_t>(copied > 0 ? copied : 0));
+    return text;
+}
+
+void SetText(HWND control, const std::wstring& text) { SetWindowTextW(control, text.c_str()); }
+
+int IntFromText(HWND control) { return _wtoi(GetText(control).c_str()); }
+
+double DoubleFromText(HWND control) { return _wtof(GetText(control).c_str()); }
+
+bool IsChecked(HWND control) { return SendMessageW(control, BM_GETCHECK, 0, 0) == BST_CHECKED; }
+
+void SetChecked(HWND control, bool checked) {
+    SendMessageW(control, BM_SETCHECK, checked ? BST_CHECKED : BST_UNCHECKED, 0);
+}
+
+int SelectedIndex(HWND comboBox) { return static_cast<int>(SendMessageW(comboBox, CB_GETCURSEL, 0, 0)); }
+
+std::wstring SelectedItemText(HWND comboBox) {
+    const int index = SelectedIndex(comboBox);
+    if (index < 0) return L"";
+    const LRESULT length = SendMessageW(comboBox, CB_GETLBTEXTLEN, static_cast<WPARAM>(index), 0);
+    if (length < 0) return L"";
+    std::wstring text(static_cast<size_t>(length) + 1, L'\0');
+    SendMessageW(comboBox, CB_GETLBTEXT, static_cast<WPARAM>(index), reinterpret_cast<LPARAM>(text.data()));
+    text.resize(static_cast<size_t>(length));
+    return text;
+}
+
+void Enable(HWND control, bool enabled) { EnableWindow(control, enabled ? TRUE : FALSE); }
+
+void AppendToEdit(HWND edit, const std::wstring& text) {
+    const int length = GetWindowTextLengthW(edit);
+    SendMessageW(edit, EM_SETSEL, static_cast<WPARAM>(length), static_cast<LPARAM>(length));
+    SendMessageW(edit, EM_REPLACESEL, FALSE, reinterpret_cast<LPARAM>(text.c_str()));
+    SendMessageW(edit, EM_SCROLLCARET, 0, 0);
+}
+
+}  // namespace ui

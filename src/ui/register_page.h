@@ -1,0 +1,28 @@
+#pragma once
+// Page 0, "Register R/W": single writes and reads on the main connection with a decoded preview,
+// the cyclic poll of one read, and the protocol log.
+#include <windows.h>
+
+#include <string>
+#include <vector>
+
+#include "ui/posted_messages.h"
+
+namespace ui::register_page {
+
+void Build(HWND window, std::vector<HWND>& page);
+
+void OnWrite();      // 1017
+void OnRead();       // 1030
+void OnPollStart();  // 1032
+void OnPollStop();   // 1033
+
+void OnSlaveWrite(const SlaveWrite& write);     // WM_APP_SLAVE_WRITE
+void OnPollResults(const PollResults& results);  // WM_APP_POLL_RESULTS, wParam 1
+
+void AppendLog(const std::wstring& text);
+
+// Set by the connection panel on connect and disconnect.
+void EnableConnectionButtons(bool write, bool read, bool pollStart);
+
+}  // namespace ui::register_page

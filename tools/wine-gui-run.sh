@@ -1,0 +1,60 @@
+#!/usr/bin/env bash
+# Runs a Windows program with a real display under Wine: a private X server (Xvfb, 1280 x 1024)
+# and a Wine virtual desktop of the same size in the prefix build/wine-gui-prefix (or
+# $KESTREL_GUI_WINEPREFIX), with the X11 driver, so windows are drawn, not clamped to the null
+# driver's 1024 x 768 screen, and can be captured. One run at a time per prefix (a lock), so two
+# runs never share a desktop; the X server and the prefix's wineserver are stopped on exit.
+set -u
+here=$(cd "$(dirname "$0")/.." && pwd)
+export WINEPREFIX=${KESTREL_GUI_WINEPREFIX:-$here/build/wine-gui-prefix}
+export WINEDEBUG=-all
+export WINEDLLOVERRIDES="mscoree,mshtml="
+export WINEARCH=win64
+mkdir -p "$WINEPREFIX"
+
+# One GUI run at a time in this prefix.
+exec 7>"$WINEPREFIX.runlock"
+flock 7
+
+xvfb_pid=""
+stop_all() {
+  wineserver -k >/dev/null 2>&1 || true
+  if [ -n "$xvfb_pid" ]; then kill "$xvfb_pid" 2>/dev/null; wait "$xvfb_pid" 2>/dev/null; fi
+}
+trap stop_all EXIT
+
+start_xvfb() {
+  local n
+  for n in $(seq 90 189); do
+    [ -e "/tmp/.X$n-lock" ] && continue
+    timeout 3600 Xvfb ":$n" -screen 0 1280x1024x24 -nolisten tcp >/dev/null 2>&1 </dev/null &
+    xvfb_pid=$!
+    for _ in $(seq 1 100); do
+      [ -S "/tmp/.X11-unix/X$n" ] && { export DISPLAY=":$n"; return 0; }
+      kill -0 "$xvfb_pid" 2>/dev/null || break
+      sleep 0.05
+    done
+    xvfb_pid=""
+  done
+  echo "wine-gui-run: no X server could be started" >&2
+  exit 1
+}
+
+bootstrap() {
+  [ -f "$WINEPREFIX/.kestrel-gui-ready" ] && return 0
+  # Caption buttons are drawn with Marlett; it must be there when the prefix registers its fonts.
+  mkdir -p "$WINEPREFIX/drive_c/windows/Fonts"
+  cp -f /usr/share/wine/fonts/marlett.ttf "$WINEPREFIX/drive_c/windows/Fonts/" 2>/dev/null || true
+  wineboot -i >/dev/null 2>&1 </dev/null
+  wine reg add 'HKCU\Software\Wine\WineDbg' /v ShowCrashDialog /t REG_DWORD /d 0 /f >/dev/null 2>&1 </dev/null
+  wine reg add 'HKCU\Software\Wine\Explorer' /v Desktop /d Default /f >/dev/null 2>&1 </dev/null
+  wine reg add 'HKCU\Software\Wine\Explorer\Desktops' /v Default /d 1280x1024 /f >/dev/null 2>&1 </dev/null
+  wineserver -w
+  touch "$WINEPREFIX/.kestrel-gui-ready"
+}
+
+start_xvfb
+bootstrap
+wineserver -p >/dev/null 2>&1 </dev/null
+wine cmd /c exit 0 >/dev/null 2>&1 </dev/null
+wine "$@"
