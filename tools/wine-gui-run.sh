@@ -3,7 +3,9 @@
 # and a Wine virtual desktop of the same size in the prefix build/wine-gui-prefix (or
 # $KESTREL_GUI_WINEPREFIX), with the X11 driver, so windows are drawn, not clamped to the null
 # driver's 1024 x 768 screen, and can be captured. One run at a time per prefix (a lock), so two
-# runs never share a desktop; the X server and the prefix's wineserver are stopped on exit.
+# runs never share a desktop. COM7 and COM8 are the two ends of a socat pseudo-terminal pair, named
+# in KESTREL_COM_A and KESTREL_COM_B. The X server, the pair and the prefix's wineserver are
+# stopped on exit.
 set -u
 here=$(cd "$(dirname "$0")/.." && pwd)
 export WINEPREFIX=${KESTREL_GUI_WINEPREFIX:-$here/build/wine-gui-prefix}
@@ -17,9 +19,11 @@ exec 7>"$WINEPREFIX.runlock"
 flock 7
 
 xvfb_pid=""
+socat_pid=""
 stop_all() {
   wineserver -k >/dev/null 2>&1 || true
   if [ -n "$xvfb_pid" ]; then kill "$xvfb_pid" 2>/dev/null; wait "$xvfb_pid" 2>/dev/null; fi
+  if [ -n "$socat_pid" ]; then kill "$socat_pid" 2>/dev/null; wait "$socat_pid" 2>/dev/null; fi
 }
 trap stop_all EXIT
 
@@ -53,8 +57,24 @@ bootstrap() {
   touch "$WINEPREFIX/.kestrel-gui-ready"
 }
 
+map_com_pair() {
+  local dir="$WINEPREFIX/ptys"
+  mkdir -p "$dir" "$WINEPREFIX/dosdevices"
+  rm -f "$dir/ttyA" "$dir/ttyB"
+  timeout 3600 socat pty,raw,echo=0,link="$dir/ttyA" pty,raw,echo=0,link="$dir/ttyB" >/dev/null 2>&1 </dev/null &
+  socat_pid=$!
+  for _ in $(seq 1 100); do
+    [ -e "$dir/ttyA" ] && [ -e "$dir/ttyB" ] && break
+    sleep 0.02
+  done
+  ln -sfn "$dir/ttyA" "$WINEPREFIX/dosdevices/com7"
+  ln -sfn "$dir/ttyB" "$WINEPREFIX/dosdevices/com8"
+  export KESTREL_COM_A=COM7 KESTREL_COM_B=COM8
+}
+
 start_xvfb
 bootstrap
+map_com_pair
 wineserver -p >/dev/null 2>&1 </dev/null
 wine cmd /c exit 0 >/dev/null 2>&1 </dev/null
 wine "$@"

@@ -3,6 +3,7 @@
 #include <commctrl.h>
 
 #include <cstdlib>
+#include <map>
 
 #include "common/localizer.h"
 #include "platform/win32/wide_text.h"
@@ -15,6 +16,62 @@ std::wstring T(const char* english, const char* german) { return Wide(App().lang
 std::wstring Wide(const std::string& utf8) { return platform::Wide(utf8); }
 
 std::string Utf8(const std::wstring& wide) { return platform::Utf8(wide); }
+
+namespace {
+
+// Smaller copies of the normal font, by height in pixels, shared by every label that needs one.
+std::map<LONG, HFONT>& NarrowFonts() {
+    static std::map<LONG, HFONT> fonts;
+    return fonts;
+}
+
+int TextWidth(HDC dc, HFONT font, const std::wstring& text) {
+    HGDIOBJ old = SelectObject(dc, font);
+    SIZE size{};
+    GetTextExtentPoint32W(dc, text.c_str(), static_cast<int>(text.size()), &size);
+    SelectObject(dc, old);
+    return size.cx;
+}
+
+// The layout leaves some labels just the room their text takes in a narrow system font; where the
+// normal font is wider, the label gets the normal font a pixel or two smaller until its text fits,
+// rather than showing it cut off or wrapped onto a line below its height.
+void FitLabelText(HWND label, const std::wstring& text, int width) {
+    HFONT normal = App().normalFont;
+    if (label == nullptr || normal == nullptr || text.empty()) return;
+    HDC dc = GetDC(label);
+    int needed = TextWidth(dc, normal, text);
+    if (needed > width) {
+        HGDIOBJ old = SelectObject(dc, normal);
+        LOGFONTW font{};
+        GetObjectW(normal, sizeof(font), &font);
+        // The face actually used (a name such as "MS Shell Dlg" is only an alias for it), so the
+        // smaller font is the same outline font and not a bitmap face of that size.
+        GetTextFaceW(dc, LF_FACESIZE, font.lfFaceName);
+        SelectObject(dc, old);
+        HFONT narrow = nullptr;
+        // One pixel of height at a time: the same face, smaller, keeps its proportions.
+        const LONG height = font.lfHeight < 0 ? -font.lfHeight : font.lfHeight;
+        for (LONG h = height - 1; h >= height * 2 / 3 && needed > width; --h) {
+            HFONT& cached = NarrowFonts()[h];
+            if (cached == nullptr) {
+                font.lfHeight = -h;
+                cached = CreateFontIndirectW(&font);
+            }
+            narrow = cached;
+            needed = TextWidth(dc, narrow, text);
+        }
+        if (narrow != nullptr) SendMessageW(label, WM_SETFONT, reinterpret_cast<WPARAM>(narrow), TRUE);
+    }
+    ReleaseDC(label, dc);
+}
+
+}  // namespace
+
+void DeleteNarrowFonts() {
+    for (auto& [width, font] : NarrowFonts()) DeleteObject(font);
+    NarrowFonts().clear();
+}
 
 ControlFactory::ControlFactory(HWND parent, std::vector<HWND>* page, bool visible)
     : parent_(parent), page_(page), visible_(visible ? WS_VISIBLE : 0) {}
@@ -33,7 +90,9 @@ HWND ControlFactory::Group(const std::wstring& text, int x, int y, int w, int h)
 }
 
 HWND ControlFactory::Label(const std::wstring& text, int x, int y, int w, int h, DWORD style) {
-    return Create(WC_STATICW, text, style, 0, x, y, w, h, -1);
+    HWND label = Create(WC_STATICW, text, style, 0, x, y, w, h, -1);
+    FitLabelText(label, text, w);
+    return label;
 }
 
 HWND ControlFactory::Static(int id, const std::wstring& text, int x, int y, int w, int h) {

@@ -21,6 +21,9 @@ struct Column {
     int width;
 };
 
+// Frees the narrowed fonts some labels got to fit their text (at shut-down, with the other fonts).
+void DeleteNarrowFonts();
+
 class ControlFactory {
 public:
     // `page` receives every control created (nullptr: none); `visible` creates them shown.

@@ -162,10 +162,13 @@ void ShutDown() {
         std::lock_guard<std::mutex> wire(MainWireMutex());
         MainConnection().Disconnect();  // also stops and joins a slave server
     }
+    // Nothing posts any more; what is still queued (such as the line of that disconnect) is freed.
+    FreeQueuedPayloads(App().mainWindow);
     if (App().normalFont != nullptr) DeleteObject(App().normalFont);
     if (App().boldFont != nullptr) DeleteObject(App().boldFont);
     App().normalFont = nullptr;
     App().boldFont = nullptr;
+    DeleteNarrowFonts();
     PostQuitMessage(0);
 }
 

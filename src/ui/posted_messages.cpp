@@ -54,6 +54,18 @@ std::unique_ptr<SlaveWrite> TakeSlaveWrite(LPARAM lParam) { return TakeOwned<Sla
 
 std::unique_ptr<PollResults> TakePollResults(LPARAM lParam) { return TakeOwned<PollResults>(lParam); }
 
+void FreeQueuedPayloads(HWND window) {
+    MSG message;
+    while (PeekMessageW(&message, window, WM_APP_LOG, WM_APP_POLL_RESULTS, PM_REMOVE)) {
+        switch (message.message) {
+            case WM_APP_LOG: TakeLogLine(message.lParam); break;
+            case WM_APP_SLAVE_WRITE: TakeSlaveWrite(message.lParam); break;
+            case WM_APP_POLL_RESULTS: TakePollResults(message.lParam); break;
+            default: break;
+        }
+    }
+}
+
 PayloadCounts PostedPayloadCounts() { return {allocatedPayloads.load(), freedPayloads.load()}; }
 
 }  // namespace ui

@@ -40,6 +40,10 @@ std::unique_ptr<std::wstring> TakeLogLine(LPARAM lParam);
 std::unique_ptr<SlaveWrite> TakeSlaveWrite(LPARAM lParam);
 std::unique_ptr<PollResults> TakePollResults(LPARAM lParam);
 
+// Frees the payloads of the window's messages still queued. Shut-down calls it once every worker
+// has stopped: the window is going, so those messages would never be handled.
+void FreeQueuedPayloads(HWND window);
+
 // How many payloads were allocated and how many freed since start: the two are equal whenever no
 // message is in flight. A payload whose message could not be posted is freed by the sender.
 struct PayloadCounts {
