@@ -127,7 +127,7 @@ bool OnCommand(int command) {
 }
 
 void OnLogLine(LPARAM lParam) {
-    if (const auto line = TakeLogLine(lParam)) register_page::AppendLog(*line);
+    if (const auto line = TakeLogLine(lParam)) register_page::AppendPostedLine(*line);
 }
 
 void OnSlaveWrite(LPARAM lParam) {

@@ -321,7 +321,17 @@ void OnPollResults(const PollResults& results) {
     AppendLog(L"[Poll] " + text + L"\r\n");
 }
 
-void AppendLog(const std::wstring& text) { AppendToEdit(c.log, text); }
+void AppendLog(const std::wstring& text) {
+    // A request made on this thread has posted the connection's own lines (TX, RX, errors); they
+    // are still queued, and go in first, so the log reads in the order things happened.
+    MSG message;
+    while (PeekMessageW(&message, App().mainWindow, WM_APP_LOG, WM_APP_LOG, PM_REMOVE)) {
+        if (const auto line = TakeLogLine(message.lParam)) AppendPostedLine(*line);
+    }
+    AppendToEdit(c.log, text);
+}
+
+void AppendPostedLine(const std::wstring& text) { AppendToEdit(c.log, text); }
 
 void EnableConnectionButtons(bool write, bool read, bool pollStart) {
     Enable(c.write, write);

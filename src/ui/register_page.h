@@ -20,7 +20,10 @@ void OnPollStop();   // 1033
 void OnSlaveWrite(const SlaveWrite& write);     // WM_APP_SLAVE_WRITE
 void OnPollResults(const PollResults& results);  // WM_APP_POLL_RESULTS, wParam 1
 
+// A line of the window's own (a handler's result): the lines still queued go in before it.
 void AppendLog(const std::wstring& text);
+// A line that came as WM_APP_LOG, in the order it was posted.
+void AppendPostedLine(const std::wstring& text);
 
 // Set by the connection panel on connect and disconnect.
 void EnableConnectionButtons(bool write, bool read, bool pollStart);

@@ -165,6 +165,21 @@ TEST_P(RegisterPage, ReadsHoldingRegistersIntoTheFieldsAndTheDecodedPreview) {
     EXPECT_TRUE(LogHasLine(L"[Master] Gelesen ab 100: 9.000"));
 }
 
+TEST_P(RegisterPage, TheLogReadsInTheOrderThingsHappened) {
+    ConnectToSlave();
+    Click(id::kRead);
+    // The connection's frames (posted from inside the request) come before the page's result.
+    const auto lines = LogLines();
+    ASSERT_GE(lines.size(), 4u);
+    EXPECT_EQ(lines.back(), L"[Master] Gelesen ab 0: 0");
+    // "TX: " or "RX: ", the transaction id, then the rest of the frame.
+    EXPECT_EQ(lines[lines.size() - 4].substr(0, 4), L"TX: ");
+    EXPECT_EQ(lines[lines.size() - 4].substr(10), L"00 00 00 06 01 03 00 00 00 04");
+    EXPECT_EQ(lines[lines.size() - 3].substr(0, 4), L"RX: ");
+    EXPECT_EQ(lines[lines.size() - 3].substr(10), L"00 00 00 0B");
+    EXPECT_EQ(lines[lines.size() - 2], L"RX: 01 03 08 00 00 00 00 00 00 00 00");
+}
+
 TEST_P(RegisterPage, Float32TakesTwoRegistersAndDecodesOnlyWhatWasRead) {
     slave.Image().SetHoldingRegisters(0, {0x4049, 0x0FDB, 0x1234});
     ConnectToSlave();
