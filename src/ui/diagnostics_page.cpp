@@ -1,11 +1,124 @@
 #include "ui/diagnostics_page.h"
 
+#include <commctrl.h>
+
+#include <cstdio>
+#include <deque>
+#include <optional>
+#include <string>
+
+#include "platform/file_io.h"
+#include "protocol/frame_codec.h"
+#include "protocol/trace_log.h"
+#include "ui/app.h"
+#include "ui/control_ids.h"
+#include "ui/controls.h"
+#include "ui/file_dialogs.h"
+
 namespace ui::diagnostics_page {
+namespace {
 
-void Build(HWND, std::vector<HWND>&) {}
+struct Controls {
+    HWND statistics, frames;
+} c{};
 
-bool OnCommand(int) { return false; }
+std::wstring Decimal(long long value) { return std::to_wstring(value); }
 
-void Refresh() {}
+// Decided in this order: a time-out wins over a CRC error, which wins over an exception.
+std::wstring StatusText(const Modbus::TraceFrame& frame) {
+    if (frame.isTimeout) return L"Timeout";
+    if (frame.isCrcError) return T("CRC Error", "CRC-Fehler");
+    if (frame.isException) return L"Exception";
+    return L"OK";
+}
+
+// The function code sits at byte 7 of a TCP request, behind the MBAP header; RTU frames are looked
+// up at the same place.
+std::wstring FunctionCodeColumn(const Modbus::TraceFrame& frame) {
+    if (frame.request.size() <= 7) return L"";
+    return Wide(FunctionCodeName(frame.request[7]));
+}
+
+void AppendFrameRow(const Modbus::TraceFrame& frame) {
+    const std::wstring cells[6] = {Decimal(frame.timestamp),
+                                   Wide(Modbus::TraceAddressText(frame)),
+                                   Decimal(Modbus::TraceUnitId(frame)),
+                                   FunctionCodeColumn(frame),
+                                   Decimal(frame.latencyMs),
+                                   StatusText(frame)};
+    LVITEMW item{};
+    item.mask = LVIF_TEXT;
+    item.iItem = static_cast<int>(SendMessageW(c.frames, LVM_GETITEMCOUNT, 0, 0));
+    item.pszText = const_cast<wchar_t*>(cells[0].c_str());
+    const int row = static_cast<int>(SendMessageW(c.frames, LVM_INSERTITEMW, 0, reinterpret_cast<LPARAM>(&item)));
+    for (int column = 1; column < 6; ++column) {
+        LVITEMW cell{};
+        cell.iSubItem = column;
+        cell.pszText = const_cast<wchar_t*>(cells[column].c_str());
+        SendMessageW(c.frames, LVM_SETITEMTEXTW, static_cast<WPARAM>(row), reinterpret_cast<LPARAM>(&cell));
+    }
+}
+
+std::wstring StatisticsLine(const Modbus::CommStatistics& s) {
+    char latency[32];
+    std::snprintf(latency, sizeof(latency), "%.1f", s.avgLatencyMs);
+    return T("Total: ", "Gesamt: ") + Decimal(s.total) + L"  OK: " + Decimal(s.ok) + L"  Timeout: " +
+           Decimal(s.timeouts) + T("  CRC Errors: ", "  CRC-Fehler: ") + Decimal(s.crcErrors) + L"  Exception: " +
+           Decimal(s.exceptions) + T("  Avg Latency: ", "  Avg Latenz: ") + Wide(latency) + L"ms";
+}
+
+void ExportPcap() {
+    const std::optional<std::wstring> path =
+        AskSaveFileName(App().mainWindow, {{L"PCAP-Dateien", L"*.pcap"}}, L"pcap", L"capture.pcap");
+    if (!path) return;
+    // The capture names the device of the current connection settings.
+    HWND window = App().mainWindow;
+    const std::string ip = Utf8(GetText(GetDlgItem(window, id::kIpAddress)));
+    const auto port = static_cast<uint16_t>(IntFromText(GetDlgItem(window, id::kPort)));
+    const std::vector<uint8_t> pcap = GlobalTraceLog().BuildPcap(ip, port);
+    platform::WriteFileReplacing(Utf8(*path), std::string(pcap.begin(), pcap.end()));
+    // Shown after the attempt, whether or not the file could be written.
+    ShowMessage(window, T("PCAP exported (Wireshark compatible).", "PCAP exportiert (Wireshark-kompatibel)."), L"OK",
+                MB_OK | MB_ICONINFORMATION);
+}
+
+}  // namespace
+
+void Build(HWND window, std::vector<HWND>& page) {
+    ControlFactory f(window, &page, false);
+    c.statistics = f.Static(id::kStatistics, T("No Data.", "Keine Daten."), 20, 183, 750, 20);
+    c.frames = f.ListView(id::kFrameList,
+                          {{T("Time (ms)", "Zeit (ms)"), 80},
+                           {T("Address", "Adresse"), 130},
+                           {L"Unit-ID", 50},
+                           {L"FC", 175},
+                           {L"Lat (ms)", 60},
+                           {L"Status", 70}},
+                          20, 208, 750, 567, LVS_SHOWSELALWAYS | WS_BORDER, LVS_EX_FULLROWSELECT | LVS_EX_GRIDLINES);
+    f.Button(id::kTraceClear, T("Clear", "Leeren"), 20, 780, 100, 26);
+    f.Button(id::kExportPcap, T("Export PCAP", "PCAP exportieren"), 130, 780, 130, 26);
+}
+
+bool OnCommand(int command) {
+    switch (command) {
+        case id::kTraceClear:
+            GlobalTraceLog().Clear();
+            Refresh();
+            return true;
+        case id::kExportPcap: ExportPcap(); return true;
+        default: return false;
+    }
+}
+
+void Refresh() {
+    SendMessageW(c.frames, WM_SETREDRAW, FALSE, 0);
+    SendMessageW(c.frames, LVM_DELETEALLITEMS, 0, 0);
+    // Filled from a copy: the log's lock is never held while the list draws.
+    const std::deque<Modbus::TraceFrame> frames = GlobalTraceLog().Snapshot();
+    for (const Modbus::TraceFrame& frame : frames) AppendFrameRow(frame);
+    SendMessageW(c.frames, WM_SETREDRAW, TRUE, 0);
+    InvalidateRect(c.frames, nullptr, TRUE);
+    SetText(c.statistics, StatisticsLine(ComputeCommStatistics(frames)));
+}
 
 }  // namespace ui::diagnostics_page

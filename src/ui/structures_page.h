@@ -3,6 +3,7 @@
 // polling with the "Live Values" box, and the recording buttons.
 #include <windows.h>
 
+#include <string>
 #include <vector>
 
 #include "ui/posted_messages.h"
@@ -26,5 +27,14 @@ void ShowLiveValues(const PollResults& results);
 void LoadStructures();
 // Rebuilds the structure list (and empties the detail list), e.g. after an import.
 void RefreshLists();
+
+// The backup of the settings dialog. Export writes the file out first, unless it could not be read
+// completely at start-up and nothing has been changed since: then the file is copied as it is, so
+// the backup holds everything the damaged file still has. Import copies the chosen file over the
+// structures file and reads it; a file that cannot be read completely is reported like one at
+// start-up, with what was read before the error kept. Export is false when the copy failed.
+bool ExportStructuresFile(const std::wstring& to);
+enum class ImportResult { CopyFailed, Imported, Damaged };
+ImportResult ImportStructuresFile(const std::wstring& from);
 
 }  // namespace ui::structures_page

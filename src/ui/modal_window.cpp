@@ -1,0 +1,46 @@
+#include "ui/modal_window.h"
+
+#include "ui/app.h"
+
+namespace ui {
+
+namespace {
+constexpr DWORD kStyle = WS_POPUP | WS_CAPTION | WS_SYSMENU;
+}  // namespace
+
+HWND CreateModalWindow(HWND owner, const wchar_t* windowClass, const std::wstring& caption, int clientWidth,
+                       int clientHeight) {
+    RECT frame{0, 0, clientWidth, clientHeight};
+    AdjustWindowRectEx(&frame, kStyle, FALSE, WS_EX_DLGMODALFRAME);
+    const int width = frame.right - frame.left;
+    const int height = frame.bottom - frame.top;
+    RECT over{};
+    GetWindowRect(owner, &over);
+    const int x = over.left + ((over.right - over.left) - width) / 2;
+    const int y = over.top + ((over.bottom - over.top) - height) / 2;
+    HWND window = CreateWindowExW(WS_EX_DLGMODALFRAME, windowClass, caption.c_str(), kStyle, x, y, width, height, owner,
+                                  nullptr, App().instance, nullptr);
+    EnableWindow(owner, FALSE);
+    ShowWindow(window, SW_SHOW);
+    UpdateWindow(window);
+    return window;
+}
+
+void RunModalLoop(HWND owner, HWND window, const std::function<bool()>& isOpen) {
+    MSG message;
+    while (isOpen()) {
+        const BOOL got = GetMessageW(&message, nullptr, 0, 0);
+        if (got == 0) {
+            PostQuitMessage(static_cast<int>(message.wParam));
+            break;
+        }
+        if (got == -1) break;
+        if (isOpen() && IsDialogMessageW(window, &message)) continue;
+        TranslateMessage(&message);
+        DispatchMessageW(&message);
+    }
+    EnableWindow(owner, TRUE);
+    SetForegroundWindow(owner);
+}
+
+}  // namespace ui
