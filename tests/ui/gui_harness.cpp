@@ -78,29 +78,42 @@ void MakeWorkingFolder() {
     workingFolder = folder.string() + "\\";
 }
 
-}  // namespace
-
-void StartApp(int language) {
+// What a previous window of this test process left in the process-wide objects.
+void ResetProcessWideObjects() {
     if (dialogTimer == 0) dialogTimer = SetTimer(nullptr, 0, 40, AnswerDialogs);
     queuedAnswers.clear();
     seenDialogs.clear();
     answeredDialogs.clear();
-    MakeWorkingFolder();
-    // What a previous window of this test process left in the process-wide objects.
     ui::Alarms().ClearAlarms();
     GlobalTraceLog().Clear();
     if (ui::Recording().IsRecording()) ui::Recording().ToggleRecording("");
+    ui::Store().ParseStructures("");  // a program starts with an empty store
+}
 
-    AppSettings stored;
-    stored.language = language;
-    SaveSettings(stored);
-
+void CreateAndShowWindow() {
     ui::InitialiseControlsAndClasses(GetModuleHandleW(nullptr));
     ui::LoadSettingsAndLanguage();
     HWND window = ui::CreateMainWindow();
     ShowWindow(window, SW_SHOWNORMAL);
     UpdateWindow(window);
     Pump(100);
+}
+
+}  // namespace
+
+void StartApp(int language) {
+    ResetProcessWideObjects();
+    MakeWorkingFolder();
+    AppSettings stored;
+    stored.language = language;
+    SaveSettings(stored);
+    CreateAndShowWindow();
+}
+
+void RestartApp() {
+    CloseApp();
+    ResetProcessWideObjects();
+    CreateAndShowWindow();
 }
 
 bool CloseApp() {
@@ -199,8 +212,9 @@ std::vector<SeenDialog> SeenDialogs() { return seenDialogs; }
 
 void ForgetSeenDialogs() { seenDialogs.clear(); }
 
-void Screenshot(const std::string& name) {
-    HWND window = MainWindow();
+void Screenshot(const std::string& name) { Screenshot(name, MainWindow()); }
+
+void Screenshot(const std::string& name, HWND window) {
     RedrawWindow(window, nullptr, nullptr, RDW_INVALIDATE | RDW_ERASE | RDW_ALLCHILDREN | RDW_UPDATENOW);
     Pump(150);
     RECT rect;

@@ -15,6 +15,9 @@ namespace gui {
 // Starts the program as its entry point does, with `language` (1 English, 0 German) stored in the
 // settings first, in a fresh, empty working folder. The window is shown and painted.
 void StartApp(int language);
+// Closes the window and starts the program again in the same working folder, with the settings as
+// they are stored now (as a user restarting it would).
+void RestartApp();
 // Closes the main window (WM_CLOSE, so WM_DESTROY runs the shut-down) and pumps until WM_QUIT.
 // Returns whether WM_QUIT came.
 bool CloseApp();
@@ -55,6 +58,8 @@ void ForgetSeenDialogs();
 
 // Saves the main window as build/screenshots/<name>.png (taken from the screen).
 void Screenshot(const std::string& name);
+// The same for another top-level window (a dialog).
+void Screenshot(const std::string& name, HWND window);
 
 // The whole protocol log.
 std::wstring LogText();
