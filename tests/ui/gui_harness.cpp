@@ -81,9 +81,6 @@ void MakeWorkingFolder() {
 // What a previous window of this test process left in the process-wide objects.
 void ResetProcessWideObjects() {
     if (dialogTimer == 0) dialogTimer = SetTimer(nullptr, 0, 40, AnswerDialogs);
-    queuedAnswers.clear();
-    seenDialogs.clear();
-    answeredDialogs.clear();
     ui::Alarms().ClearAlarms();
     GlobalTraceLog().Clear();
     if (ui::Recording().IsRecording()) ui::Recording().ToggleRecording("");
@@ -102,6 +99,9 @@ void CreateAndShowWindow() {
 }  // namespace
 
 void StartApp(int language) {
+    queuedAnswers.clear();
+    seenDialogs.clear();
+    answeredDialogs.clear();
     ResetProcessWideObjects();
     MakeWorkingFolder();
     AppSettings stored;

@@ -16,7 +16,7 @@ namespace gui {
 // settings first, in a fresh, empty working folder. The window is shown and painted.
 void StartApp(int language);
 // Closes the window and starts the program again in the same working folder, with the settings as
-// they are stored now (as a user restarting it would).
+// they are stored now (as a user restarting it would). Answers queued for dialogs stay queued.
 void RestartApp();
 // Closes the main window (WM_CLOSE, so WM_DESTROY runs the shut-down) and pumps until WM_QUIT.
 // Returns whether WM_QUIT came.
