@@ -16,21 +16,22 @@ extern "C" {
 
 namespace bench {
 
-// A log callback as the application's: every line is copied and kept (the window posts a heap
-// copy to its log). Bounded here by forgetting the kept lines every 100,000.
+// A log callback as the application's: every line is copied to the heap and handed on (the
+// window posts a heap copy to its log and frees it there). The copies of the last 1,024 lines are
+// kept, each one freed when its slot is reused.
 class KeptLines {
 public:
+    KeptLines() : lines_(1024) {}
     ModbusClient::LogCallback Callback() {
         return [this](const std::string& line) {
-            if (lines_.size() >= 100000) lines_.clear();
-            lines_.push_back(line);
+            lines_[count_ % lines_.size()] = std::make_unique<std::string>(line);
             ++count_;
         };
     }
     size_t Count() const { return count_; }
 
 private:
-    std::vector<std::string> lines_;
+    std::vector<std::unique_ptr<std::string>> lines_;
     size_t count_ = 0;
 };
 

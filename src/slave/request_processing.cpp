@@ -141,14 +141,17 @@ void ModbusClient::ProcessRequest(const Modbus::Bytes& frame, SOCKET client) {
         SendException(request.isTcp, client, request.transactionId, request.unitId, fc, exceptionInjectionCode);
         return;
     }
-    const Modbus::Bytes echo(pdu.begin(), pdu.begin() + 4);
+    // The first four PDU bytes, which the write responses echo.
+    const auto echo = [&pdu] { return Modbus::Bytes(pdu.begin(), pdu.begin() + 4); };
 
     switch (fc) {
         case 1: {
             const uint16_t count = std::min(quantity, kMaxReadBits);
             respond(BitsResponse(image.GetCoils(start, count)));
-            Log(Text("Slave: FC01 Coils read from ", "Slave: FC01 Coils gelesen ab ") + std::to_string(start) +
-                ", n=" + std::to_string(count));
+            if (onLog) {
+                Log(Text("Slave: FC01 Coils read from ", "Slave: FC01 Coils gelesen ab ") + std::to_string(start) +
+                    ", n=" + std::to_string(count));
+            }
             break;
         }
         case 2:
@@ -157,8 +160,10 @@ void ModbusClient::ProcessRequest(const Modbus::Bytes& frame, SOCKET client) {
         case 3: {
             const uint16_t count = std::min(quantity, kMaxReadRegisters);
             respond(RegistersResponse(image.GetHoldingRegisters(start, count)));
-            Log(Text("Slave: FC03 read from ", "Slave: FC03 gelesen ab ") + std::to_string(start) +
-                ", n=" + std::to_string(count));
+            if (onLog) {
+                Log(Text("Slave: FC03 read from ", "Slave: FC03 gelesen ab ") + std::to_string(start) + ", n=" +
+                    std::to_string(count));
+            }
             break;
         }
         case 4:
@@ -169,7 +174,7 @@ void ModbusClient::ProcessRequest(const Modbus::Bytes& frame, SOCKET client) {
             const std::vector<bool> value{on};
             image.SetCoils(start, value);
             if (coilsChanged) coilsChanged(start, value);
-            respond(echo);
+            respond(echo());
             Log("Slave: FC05 Coil " + std::to_string(start) + " = " + (on ? "ON" : "OFF"));
             break;
         }
@@ -177,7 +182,7 @@ void ModbusClient::ProcessRequest(const Modbus::Bytes& frame, SOCKET client) {
             const std::vector<uint16_t> value{quantity};
             image.SetHoldingRegisters(start, value);
             if (registerChanged) registerChanged(start, value);
-            respond(echo);
+            respond(echo());
             Log("Slave: FC06 Register " + std::to_string(start) + " = " + std::to_string(quantity));
             break;
         }
@@ -185,7 +190,7 @@ void ModbusClient::ProcessRequest(const Modbus::Bytes& frame, SOCKET client) {
             const std::vector<bool> bits = CoilsFromRequest(pdu, quantity);
             image.SetCoils(start, bits);
             if (coilsChanged) coilsChanged(start, bits);
-            respond(echo);
+            respond(echo());
             Log("Slave: FC0F " + std::to_string(quantity) + Text(" Coils from ", " Coils ab ") + std::to_string(start));
             break;
         }
@@ -193,9 +198,11 @@ void ModbusClient::ProcessRequest(const Modbus::Bytes& frame, SOCKET client) {
             const std::vector<uint16_t> values = RegistersFromRequest(pdu);
             image.SetHoldingRegisters(start, values);
             if (registerChanged) registerChanged(start, values);
-            respond(echo);
-            Log(Text("Slave: FC10 written from ", "Slave: FC10 geschrieben ab ") + std::to_string(start) +
-                ", n=" + std::to_string(quantity));
+            respond(echo());
+            if (onLog) {
+                Log(Text("Slave: FC10 written from ", "Slave: FC10 geschrieben ab ") + std::to_string(start) +
+                    ", n=" + std::to_string(quantity));
+            }
             break;
         }
     }

@@ -1,8 +1,10 @@
 #pragma once
-// The slave's local image of coils and registers: four sparse ordered maps behind one mutex. Every
-// address 0..65535 is valid, an address never written reads as 0, and blocks wrap at 65536.
+// The slave's local image of coils and registers: four tables behind one mutex. Every address
+// 0..65535 is valid, an address never written reads as 0, and blocks wrap at 65536. A table is a
+// flat array of all 65,536 values, allocated on its first write (so a connection that never serves
+// costs nothing, and the two tables the program never writes stay empty): a read of 2,000 coils is
+// then one pass over contiguous memory rather than a walk through 2,000 tree nodes.
 #include <cstdint>
-#include <map>
 #include <mutex>
 #include <vector>
 
@@ -17,8 +19,9 @@ public:
 
 private:
     mutable std::mutex mutex_;
-    std::map<uint16_t, bool> coils_;
-    std::map<uint16_t, bool> discreteInputs_;
-    std::map<uint16_t, uint16_t> holdingRegisters_;
-    std::map<uint16_t, uint16_t> inputRegisters_;
+    // Empty until the first write, then 65,536 entries indexed by address.
+    std::vector<uint8_t> coils_;
+    std::vector<uint8_t> discreteInputs_;
+    std::vector<uint16_t> holdingRegisters_;
+    std::vector<uint16_t> inputRegisters_;
 };
