@@ -8,6 +8,10 @@
 #include <thread>
 #include <vector>
 
+#if !defined(_WIN32)
+#include <sys/stat.h>
+#endif
+
 namespace cli {
 namespace {
 
@@ -27,6 +31,28 @@ bool g_buffering = false;
 bool g_stopFlusher = false;
 std::condition_variable g_wake;
 std::thread g_flusher;
+
+// Where stdout and stderr lead. When both are the same file or pipe (2>&1), their text goes out
+// through stdout as one piece in the order it was written; when they are different files, each
+// stream's text goes out as one piece; when it cannot be told (Windows), chunk by chunk in order.
+enum class Targets { Same, Different, Unknown };
+Targets g_targets = Targets::Unknown;
+
+Targets FindTargets() {
+#if defined(_WIN32)
+    return Targets::Unknown;
+#else
+    struct stat out {}, err {};
+    if (fstat(fileno(stdout), &out) != 0 || fstat(fileno(stderr), &err) != 0) return Targets::Unknown;
+    return out.st_dev == err.st_dev && out.st_ino == err.st_ino ? Targets::Same : Targets::Different;
+#endif
+}
+
+void Write(std::FILE* stream, const std::string& text) {
+    if (text.empty()) return;
+    std::fwrite(text.data(), 1, text.size(), stream);
+    std::fflush(stream);
+}
 
 void Append(std::FILE* stream, std::string_view text, bool lineEnd) {
     bool flushNow = false;
@@ -57,6 +83,7 @@ void FlushPeriodically() {
 
 BufferedOutput::BufferedOutput() {
     std::lock_guard<std::mutex> lock(g_bufferMutex);
+    g_targets = FindTargets();
     g_buffering = true;
     g_stopFlusher = false;
     g_flusher = std::thread(FlushPeriodically);
@@ -85,9 +112,27 @@ void FlushOutput() {
         chunks.swap(g_chunks);
         g_bytes = 0;
     }
-    for (const Chunk& chunk : chunks) {
-        std::fwrite(chunk.text.data(), 1, chunk.text.size(), chunk.stream);
-        std::fflush(chunk.stream);
+    if (chunks.empty()) return;
+    if (g_targets == Targets::Unknown) {
+        for (const Chunk& chunk : chunks) Write(chunk.stream, chunk.text);
+        return;
+    }
+    std::string out, err;
+    for (Chunk& chunk : chunks) {
+        std::string& to = g_targets == Targets::Same || chunk.stream == stdout ? out : err;
+        if (to.empty()) {
+            to = std::move(chunk.text);
+        } else {
+            to += chunk.text;
+        }
+    }
+    if (g_targets == Targets::Same) {
+        Write(stdout, out);
+    } else {
+        // Different files: the order between them cannot be seen, so stderr's lines go first
+        // (as an unbuffered stream's would).
+        Write(stderr, err);
+        Write(stdout, out);
     }
 }
 

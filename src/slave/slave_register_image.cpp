@@ -20,6 +20,28 @@ void WriteBlock(std::vector<Stored>& table, uint16_t start, const std::vector<In
     for (size_t i = 0; i < values.size(); ++i) table[static_cast<uint16_t>(start + i)] = static_cast<Stored>(values[i]);
 }
 
+void AppendPacked(const std::vector<uint8_t>& table, uint16_t start, uint16_t count, std::vector<uint8_t>& out) {
+    const size_t first = out.size();
+    out.resize(first + (count + 7u) / 8u, 0);
+    if (table.empty()) return;
+    uint8_t* bytes = out.data() + first;
+    for (uint32_t i = 0; i < count; ++i) {
+        bytes[i / 8] |= static_cast<uint8_t>((table[static_cast<uint16_t>(start + i)] & 1u) << (i % 8));
+    }
+}
+
+void AppendBigEndian(const std::vector<uint16_t>& table, uint16_t start, uint16_t count, std::vector<uint8_t>& out) {
+    const size_t first = out.size();
+    out.resize(first + 2u * count, 0);
+    if (table.empty()) return;
+    uint8_t* bytes = out.data() + first;
+    for (uint32_t i = 0; i < count; ++i) {
+        const uint16_t value = table[static_cast<uint16_t>(start + i)];
+        bytes[2 * i] = static_cast<uint8_t>(value >> 8);
+        bytes[2 * i + 1] = static_cast<uint8_t>(value & 0xFF);
+    }
+}
+
 }  // namespace
 
 void SlaveRegisterImage::SetCoils(uint16_t start, const std::vector<bool>& values) {
@@ -50,4 +72,24 @@ std::vector<uint16_t> SlaveRegisterImage::GetHoldingRegisters(uint16_t start, ui
 std::vector<uint16_t> SlaveRegisterImage::GetInputRegisters(uint16_t start, uint16_t count) const {
     std::lock_guard<std::mutex> lock(mutex_);
     return ReadBlock<uint16_t, uint16_t>(inputRegisters_, start, count);
+}
+
+void SlaveRegisterImage::AppendCoilsPacked(uint16_t start, uint16_t count, std::vector<uint8_t>& out) const {
+    std::lock_guard<std::mutex> lock(mutex_);
+    AppendPacked(coils_, start, count, out);
+}
+
+void SlaveRegisterImage::AppendDiscreteInputsPacked(uint16_t start, uint16_t count, std::vector<uint8_t>& out) const {
+    std::lock_guard<std::mutex> lock(mutex_);
+    AppendPacked(discreteInputs_, start, count, out);
+}
+
+void SlaveRegisterImage::AppendHoldingRegisterBytes(uint16_t start, uint16_t count, std::vector<uint8_t>& out) const {
+    std::lock_guard<std::mutex> lock(mutex_);
+    AppendBigEndian(holdingRegisters_, start, count, out);
+}
+
+void SlaveRegisterImage::AppendInputRegisterBytes(uint16_t start, uint16_t count, std::vector<uint8_t>& out) const {
+    std::lock_guard<std::mutex> lock(mutex_);
+    AppendBigEndian(inputRegisters_, start, count, out);
 }

@@ -17,6 +17,13 @@ public:
     std::vector<uint16_t> GetHoldingRegisters(uint16_t start, uint16_t count) const;
     std::vector<uint16_t> GetInputRegisters(uint16_t start, uint16_t count) const;
 
+    // The same reads, appended to `out` as a response carries them: bits packed least significant
+    // first in ceil(count / 8) bytes; registers high byte first.
+    void AppendCoilsPacked(uint16_t start, uint16_t count, std::vector<uint8_t>& out) const;
+    void AppendDiscreteInputsPacked(uint16_t start, uint16_t count, std::vector<uint8_t>& out) const;
+    void AppendHoldingRegisterBytes(uint16_t start, uint16_t count, std::vector<uint8_t>& out) const;
+    void AppendInputRegisterBytes(uint16_t start, uint16_t count, std::vector<uint8_t>& out) const;
+
 private:
     mutable std::mutex mutex_;
     // Empty until the first write, then 65,536 entries indexed by address.
