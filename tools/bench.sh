@@ -10,6 +10,9 @@
 #   4 polling  1,000 UINT16 details through the polling engine vs bare FC03 reads
 #   5 RTU      over a pseudo-terminal pair (socat) against a libmodbus RTU server
 #   6 memory   trace log over 1,000,000 transactions, bytes per recording entry, slave churn
+# Rows 1 and 2 also show the floor: a client and a server that make only the two system calls a
+# transaction needs and nothing else; their ratio against libmodbus is the most any master or
+# slave can reach on this machine.
 #
 # Method: every process of a row is pinned to the same vCPU (taskset -c 0); the two sides of a
 # comparison run alternately (A B A B ...) in the same rounds; figures are medians of the rounds,
@@ -34,7 +37,8 @@ started=$(date +%s)
 bash tools/setup.sh >/dev/null
 cmake --preset linux-release -B "$build" -DKESTREL_BUILD_TESTS=OFF >/dev/null
 cmake --build "$build" -j2 --target kestrel-cli kestrel_bench_master kestrel_bench_slave kestrel_bench_polling \
-  kestrel_bench_memory kestrel_bench_trace_memory kestrel_bench_libmodbus_master kestrel_bench_libmodbus_server >/dev/null
+  kestrel_bench_memory kestrel_bench_trace_memory kestrel_bench_raw_peer kestrel_bench_libmodbus_master \
+  kestrel_bench_libmodbus_server >/dev/null
 bin="$root/$build/bench"
 cli="$root/$build/src/cli/kestrel-cli"
 
@@ -78,24 +82,29 @@ timeout 900 "${pin[@]}" "$bin/kestrel_bench_libmodbus_server" "$work/lib.port" 9
 pids+=($!)
 timeout 900 "${pin[@]}" "$bin/kestrel_bench_slave" "$work/kes.port" 900 &
 pids+=($!)
+timeout 900 "${pin[@]}" "$bin/kestrel_bench_raw_peer" server "$work/raw.port" 900 &
+pids+=($!)
 holding=$(seq -s, 0 999)
 timeout 900 "${pin[@]}" "$cli" --lang en slave --tcp-port 0 --holding "0=$holding" >"$work/cli-slave.out" 2>"$work/cli-slave.err" &
 pids+=($!)
 lib_port=$(wait_port "$work/lib.port")
 kes_port=$(wait_port "$work/kes.port")
+raw_port=$(wait_port "$work/raw.port")
 for _ in $(seq 1 100); do grep -q 'listening on port' "$work/cli-slave.err" && break; sleep 0.05; done
 cli_port=$(sed -n 's/.*listening on port \([0-9]*\).*/\1/p' "$work/cli-slave.err")
 
 requests=(fc03x10 fc03x125 fc01x2000 fc16x123)
 tps() { timeout 60 "${pin[@]}" "$@"; }
 
-# --- 1 and 2: every request, four runs a round, alternated ---
+# --- 1 and 2: every request, six runs a round, alternated ---
 for _ in $(seq 1 "$rounds"); do
   for r in "${requests[@]}"; do
     tps "$bin/kestrel_bench_libmodbus_master" 127.0.0.1 "$lib_port" "$seconds" "$r" >>"$work/lib-lib-$r"
     tps "$bin/kestrel_bench_master" 127.0.0.1 "$lib_port" "$seconds" "$r" >>"$work/kes-lib-$r"
     tps "$bin/kestrel_bench_libmodbus_master" 127.0.0.1 "$kes_port" "$seconds" "$r" >>"$work/lib-kes-$r"
     tps "$bin/kestrel_bench_master" 127.0.0.1 "$kes_port" "$seconds" "$r" >>"$work/kes-kes-$r"
+    tps "$bin/kestrel_bench_raw_peer" client 127.0.0.1 "$lib_port" "$seconds" "$r" >>"$work/raw-lib-$r"
+    tps "$bin/kestrel_bench_libmodbus_master" 127.0.0.1 "$raw_port" "$seconds" "$r" >>"$work/lib-raw-$r"
   done
 done
 
@@ -190,7 +199,13 @@ for r in "${requests[@]}"; do
   compare_row "1 master $r, transactions/s, Kestrel slave" "$work/kes-kes-$r" "$work/lib-kes-$r"
 done
 for r in "${requests[@]}"; do
+  compare_row "1 floor $r: bare client vs libmodbus client" "$work/raw-lib-$r" "$work/lib-lib-$r"
+done
+for r in "${requests[@]}"; do
   compare_row "2 slave $r, transactions/s, libmodbus client" "$work/lib-kes-$r" "$work/lib-lib-$r"
+done
+for r in "${requests[@]}"; do
+  compare_row "2 floor $r: bare server vs libmodbus server" "$work/lib-raw-$r" "$work/lib-lib-$r"
 done
 compare_row "3 kestrel-cli read --repeat $cli_reads, reads/s" "$work/cli-kes-read" "$work/cli-lib-read"
 compare_row "3 kestrel-cli slave, FC03 x 10 transactions/s" "$work/cli-kes-slave" "$work/cli-lib-slave"
@@ -201,6 +216,8 @@ eng=$(field engine_us_per_detail 2 "$work/polling"); bare=$(field bare_us_per_re
 row "4 polling, us per detail (engine vs bare FC03)" \
   "$eng [$(field engine_us_per_detail 3 "$work/polling")-$(field engine_us_per_detail 4 "$work/polling")]" \
   "$bare [$(field bare_us_per_read 3 "$work/polling")-$(field bare_us_per_read 4 "$work/polling")]" "$(ratio "$eng" "$bare")"
+row "4   of which: the reads / the results handler, us" \
+  "$(field engine_read_us_per_detail 2 "$work/polling") / $(field handler_us_per_detail 2 "$work/polling")" "" ""
 row "4   engine overhead per detail, %" "$(awk -v e="$eng" -v b="$bare" 'BEGIN { printf "%.1f", (b > 0) ? (e / b - 1) * 100 : 0 }')" "" ""
 if [ "$rtu_ok" = 1 ]; then
   compare_row "5 RTU FC03 x 10 over a pty, transactions/s" "$work/rtu-kes" "$work/rtu-lib"
