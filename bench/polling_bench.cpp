@@ -28,14 +28,13 @@ constexpr int kDetails = 1000;
 
 ModbusStructure BenchStructure(const std::string& host, uint16_t port) {
     ModbusStructure s;
-    s.name = std::string(12, ' ');  // "Bench device", said so because of a GCC 12 -Wrestrict false alarm
-    s.name.replace(0, 12, "Bench device", 12);
+    s.name = "Bench device";
     s.ip = host;
     s.port = port;
     for (int i = 0; i < kDetails; ++i) {
         Modbus::ModbusDetail d;
         d.name = "Register " + std::to_string(i);
-        d.unit = "V";
+        d.unit.assign(1, 'V');  // not = "V": GCC 12 warns falsely (-Wrestrict) about that in Release
         d.dataType = Modbus::DataType::UInt16;
         d.registerAddress = static_cast<uint16_t>(i);
         d.functionCode = 3;

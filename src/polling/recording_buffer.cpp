@@ -129,7 +129,7 @@ int64_t RecordingBuffer::StartTimeMs() const {
 
 std::vector<RecordEntry> RecordingBuffer::Entries() const {
     std::lock_guard<std::mutex> lock(mutex);
-    return entries;
+    return std::vector<RecordEntry>(entries.begin(), entries.end());
 }
 
 void RecordingBuffer::SetClock(Clock newClock) {
