@@ -19,7 +19,7 @@
 # with min and max. Absolute numbers on a 2-vCPU machine move with its load; the ratios do not.
 #
 # Environment: BENCH_BUILD_DIR (default build/linux-release), BENCH_ROUNDS (default 5),
-# BENCH_SECONDS per throughput run (default 1), BENCH_CLI_READS (default 20000),
+# BENCH_SECONDS per throughput run (default 0.7), BENCH_CLI_READS (default 20000),
 # BENCH_TRACE_TRANSACTIONS (default 1000000), BENCH_CHURN (default 10000), BENCH_OUT (a file that
 # also receives the table).
 set -euo pipefail
@@ -27,7 +27,7 @@ cd "$(dirname "$0")/.."
 root=$PWD
 build=${BENCH_BUILD_DIR:-build/linux-release}
 rounds=${BENCH_ROUNDS:-5}
-seconds=${BENCH_SECONDS:-1}
+seconds=${BENCH_SECONDS:-0.7}
 cli_reads=${BENCH_CLI_READS:-20000}
 trace_n=${BENCH_TRACE_TRANSACTIONS:-1000000}
 churn=${BENCH_CHURN:-10000}
