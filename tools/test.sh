@@ -9,6 +9,11 @@ cmake --preset linux
 cmake --build --preset linux
 ctest --preset linux
 
+# The benchmarks are built here too (in Release, as tools/bench.sh runs them); their timings are
+# never checked by a test.
+cmake --preset linux-release -DKESTREL_BUILD_TESTS=OFF
+cmake --build --preset linux-release
+
 # Everything again under AddressSanitizer and UndefinedBehaviorSanitizer.
 cmake --preset linux-asan
 cmake --build --preset linux-asan

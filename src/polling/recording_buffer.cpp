@@ -36,8 +36,14 @@ std::string DefaultRecordingName() { return Localizer::Text(Localizer::Scope::Ui
 
 std::string RawValueText(const DecodedValue& value) {
     double number = 0.0;
-    if (const bool* b = std::get_if<bool>(&value)) number = *b ? 1.0 : 0.0;
-    if (const int64_t* i = std::get_if<int64_t>(&value)) number = static_cast<double>(*i);
+    if (const bool* b = std::get_if<bool>(&value)) return *b ? "1.000000" : "0.000000";
+    if (const int64_t* i = std::get_if<int64_t>(&value)) {
+        // What "%f" prints for an integer the double holds exactly, without the formatter's cost
+        // (every polled integer point goes through here).
+        constexpr int64_t kExact = int64_t{1} << 53;
+        if (*i >= -kExact && *i <= kExact) return std::to_string(*i) + ".000000";
+        number = static_cast<double>(*i);
+    }
     if (const double* d = std::get_if<double>(&value)) number = *d;
     char text[512];
     std::snprintf(text, sizeof text, "%f", number);
@@ -123,7 +129,7 @@ int64_t RecordingBuffer::StartTimeMs() const {
 
 std::vector<RecordEntry> RecordingBuffer::Entries() const {
     std::lock_guard<std::mutex> lock(mutex);
-    return entries;
+    return std::vector<RecordEntry>(entries.begin(), entries.end());
 }
 
 void RecordingBuffer::SetClock(Clock newClock) {

@@ -3,6 +3,7 @@
 // every poll cycle adds an entry; the whole recording is written out as CSV on request. Unbounded
 // by design: a recording holds what the user asked for until the next one starts.
 #include <cstdint>
+#include <deque>
 #include <mutex>
 #include <string>
 #include <vector>
@@ -47,7 +48,9 @@ private:
     bool recording = false;
     std::string recordingName;
     int64_t startTimeMs = 0;
-    std::vector<RecordEntry> entries;
+    // A deque: a long recording grows in small blocks, never by copying all entries to a buffer
+    // twice the size (which stalled the poll thread for milliseconds and left up to half unused).
+    std::deque<RecordEntry> entries;
     Clock clock;
 };
 
