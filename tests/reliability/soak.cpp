@@ -138,9 +138,11 @@ int main(int argc, char** argv) {
     const Figures started = Now();
     const auto start = Clock::now();
     const auto end = start + std::chrono::seconds(seconds);
-    while (Clock::now() < end) {
+    for (bool last = false; !last;) {
+        last = Clock::now() >= end;  // the last round makes the transactions still due
         const auto elapsed = Clock::now() - start;
-        const long due = manualTotal * std::chrono::duration<double>(elapsed).count() / seconds + 1;
+        const long due = last ? manualTotal
+                              : static_cast<long>(manualTotal * std::chrono::duration<double>(elapsed).count() / seconds) + 1;
         while (manualDone < std::min(due, manualTotal)) {
             bool ok = false;
             const uint16_t a = static_cast<uint16_t>(manualDone % 1000);
@@ -155,7 +157,7 @@ int main(int argc, char** argv) {
             ++manualDone;
             if (!ok) ++manualFailed;
         }
-        std::this_thread::sleep_for(std::chrono::milliseconds(20));
+        if (!last) std::this_thread::sleep_for(std::chrono::milliseconds(20));
     }
     const Figures during = Now();
     const size_t entries = recording.Entries().size();
