@@ -177,6 +177,25 @@ TEST_F(TcpMasterHostile, AnotherTransactionIdIsAccepted) {
     EXPECT_EQ(words, (std::vector<uint16_t>{10, 11}));
 }
 
+TEST_F(TcpMasterHostile, LateAnswerIsTakenForTheNextRequest) {
+    // The master does not compare transaction ids, so an answer that arrives after the time-out
+    // stays in the stream and is read as the answer to the next request; the next answer in turn
+    // goes to the one after. This is the specified behaviour; the test pins it down.
+    Start([](ScriptedTcpPeer& p) {
+        if (!p.Accept()) return;
+        p.ReceiveTcpRequest();
+        std::this_thread::sleep_for(std::chrono::milliseconds(3300));  // past the master's time-out
+        p.Send(Hex("00 00 00 00 00 07 01 03 04 00 01 00 02"));           // the late answer to id 0
+        NextRequest(p);
+        p.Send(Hex("00 01 00 00 00 07 01 03 04 00 03 00 04"));  // the answer to id 1
+        p.Receive(1);
+    });
+    std::vector<uint16_t> words;
+    EXPECT_FALSE(Read(words));
+    EXPECT_TRUE(Read(words));
+    EXPECT_EQ(words, (std::vector<uint16_t>{1, 2}));
+}
+
 TEST_F(TcpMasterHostile, ResponseOneByteAtATime) {
     Start([](ScriptedTcpPeer& p) {
         if (!p.Accept()) return;
