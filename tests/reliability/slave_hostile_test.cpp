@@ -48,9 +48,13 @@ protected:
         EXPECT_TRUE(WaitUntil([&] { return connects.load() == disconnects.load(); }, 5000));
         EXPECT_EQ(OpenDescriptors(), fdsBefore);
         EXPECT_EQ(Threads(), threadsBefore);
-        // Resident memory may move by allocator noise (more under AddressSanitizer), not by the
-        // amount of traffic.
+        // Resident memory may move by allocator noise and by what clients wrote into the register
+        // image (sparse, at most 64 Ki entries per table), not by the amount of traffic. Under
+        // AddressSanitizer freed memory sits in quarantine, so there the leak check at exit is
+        // the test instead.
+#if !defined(__SANITIZE_ADDRESS__)
         EXPECT_LT(ResidentKb() - rssBefore, 16 * 1024);
+#endif
         slave.SetLogCallback(nullptr);
         slave.Disconnect();
     }
