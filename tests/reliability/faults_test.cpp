@@ -84,8 +84,8 @@ protected:
         return true;
     }
 
-    bool Start() {
-        return StartStructurePolling(polling, id, 100, [](const std::string&) {},
+    bool Start(uint32_t intervalMs = 100) {
+        return StartStructurePolling(polling, id, intervalMs, [](const std::string&) {},
                                      [this](const std::vector<Modbus::PollingResult>& results) {
                                          std::lock_guard<std::mutex> lock(mutex);
                                          cycles.push_back(results);
@@ -165,6 +165,20 @@ TEST_F(DeviceGoesAway, ReadsFailUntilStopAndStartPollsAgain) {
     // Start after Stop connects afresh and polls the device again.
     ASSERT_TRUE(Start());
     EXPECT_TRUE(AllOk(NextCycles(3)));
+}
+
+TEST_F(DeviceGoesAway, PollingOurSlaveSlowerThanItsIdleTimeLosesTheConnection) {
+    // Our slave drops a client that is silent for 500 ms, and polling never reconnects: with an
+    // interval of 700 ms the first cycle reads, and every later one fails until Stop. Both halves
+    // are specified; the soak found it (docs/RELIABILITY.md).
+    ASSERT_TRUE(Start(700));
+    const auto cs = NextCycles(3, 5000);
+    ASSERT_EQ(cs.size(), 3u);
+    EXPECT_TRUE(AllOk({cs[0]}));
+    EXPECT_TRUE(AllFailed({cs[1], cs[2]}));
+    StopStructurePolling(polling);
+    ASSERT_TRUE(Start(700));  // Start after Stop connects afresh: the first cycle reads again
+    EXPECT_TRUE(AllOk(NextCycles(1)));
 }
 
 TEST_F(DeviceGoesAway, DeviceThatStopsAnsweringKeepsStopPrompt) {
