@@ -19,6 +19,10 @@ cmake --preset linux-asan
 cmake --build --preset linux-asan
 ctest --preset linux-asan
 
+# The fuzz targets (clang, libFuzzer, ASan + UBSan): every seed and regression input once, then
+# each target for 20 s. tools/fuzz.sh TARGET SECONDS runs one for long.
+tools/fuzz.sh all 20
+
 # The threads that share objects (poll thread, window thread, slave server) under ThreadSanitizer.
 cmake --preset linux-tsan
 cmake --build --preset linux-tsan --target polling_tests protocol_tests slave_tests

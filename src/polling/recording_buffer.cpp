@@ -109,7 +109,11 @@ bool RecordingBuffer::ExportCsv(const std::string& path) const {
                                  e.displayValue + ";" + e.unit + "\r\n";
         std::fwrite(line.data(), 1, line.size(), file);
     }
-    return std::fclose(file) == 0;
+    // A write that failed part of the way (a full disk) leaves no half file behind.
+    const bool written = std::ferror(file) == 0;
+    if (std::fclose(file) == 0 && written) return true;
+    std::remove(path.c_str());
+    return false;
 }
 
 bool RecordingBuffer::IsRecording() const {

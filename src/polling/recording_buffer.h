@@ -33,7 +33,8 @@ public:
     void Record(const Modbus::PollingResult& result, const Modbus::ModbusDetail& detail);
     // Writes the recording as CSV: a header in the program's language, one line per entry, fields
     // separated by ';' and written as they are (no quoting), CR LF line ends on every platform.
-    // False when the file cannot be opened (nothing is written then).
+    // False when the file cannot be opened (nothing is written then) or cannot be written to the
+    // end (a full disk; the partial file is removed).
     bool ExportCsv(const std::string& path) const;
 
     bool IsRecording() const;
