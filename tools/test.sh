@@ -21,7 +21,7 @@ ctest --preset linux-asan
 
 # The fuzz targets (clang, libFuzzer, ASan + UBSan): every seed and regression input once, then
 # each target for 20 s. tools/fuzz.sh TARGET SECONDS runs one for long.
-tools/fuzz.sh all 20
+tools/fuzz.sh all 10
 
 # The threads that share objects (poll thread, window thread, slave server) under ThreadSanitizer.
 cmake --preset linux-tsan
