@@ -131,6 +131,7 @@ void NetCleanup() {}
 SOCKET TcpSocket() { return fakewire::kMasterSocket; }
 bool SetReceiveTimeout(SOCKET, uint32_t) { return true; }
 bool SetSendTimeout(SOCKET, uint32_t) { return true; }
+bool SetNoDelay(SOCKET) { return true; }
 bool SetReuseAddress(SOCKET) { return true; }
 bool ConnectIpv4(SOCKET, const std::string&, uint16_t) { return true; }
 bool BindAny(SOCKET, uint16_t) { return true; }

@@ -20,7 +20,7 @@ cmake --build --preset linux-asan
 ctest --preset linux-asan
 
 # The fuzz targets (clang, libFuzzer, ASan + UBSan): every seed and regression input once, then
-# each target for 20 s. tools/fuzz.sh TARGET SECONDS runs one for long.
+# each target for 10 s. tools/fuzz.sh TARGET SECONDS runs one for long.
 tools/fuzz.sh all 10
 
 # The threads that share objects (poll thread, window thread, slave server) under ThreadSanitizer.
