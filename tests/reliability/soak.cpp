@@ -9,6 +9,7 @@
 //
 // Exit status 0 when every read and transaction succeeded and descriptors and threads stayed flat
 // while running and are back where they started after the stop; the report goes to stdout.
+#include <algorithm>
 #include <atomic>
 #include <chrono>
 #include <cstdio>
@@ -132,9 +133,12 @@ int main(int argc, char** argv) {
         std::fprintf(stderr, "the manual connection failed\n");
         return 1;
     }
-    // One transaction first, so that the manual client is accepted before the figures are taken.
+    // One transaction first, and the first poll cycle, so that both slaves have accepted their
+    // clients before the figures are taken: a slave accepts on its own thread, a moment after the
+    // client's connect returned.
     if (!manual.ReadHoldingRegisters(1, 0, 1, words)) ++manualFailed;
     ++manualDone;
+    for (int i = 0; i < 500 && cycles.load() == 0; ++i) std::this_thread::sleep_for(std::chrono::milliseconds(10));
     const Figures started = Now();
     const auto start = Clock::now();
     const auto end = start + std::chrono::seconds(seconds);
