@@ -1,54 +1,91 @@
-// Our side of the master benchmark: FC03 reads of 10 holding registers in a loop, through the
-// connection object exactly as the register tab and the poll thread use it (every transaction is
-// traced into the process-wide trace log).
+// Kestrel's master in the benchmark: one of the four requests in a loop through the connection
+// object as the application runs it: every transaction is recorded in the process-wide trace log
+// (which invokes the trace callback), and a log callback keeps every TX/RX line.
 //
-// Usage: kestrel_bench_master HOST PORT SECONDS [--log]
-//   --log  installs a log callback that drops the lines, as the application always has one.
+// Usage: kestrel_bench_master HOST PORT SECONDS REQUEST   transactions/s (one line)
+//        kestrel_bench_master --rtu DEVICE COUNT          COUNT FC03 x 10 reads over RTU, transactions/s
 //
-// Prints the number of transactions per second (one line); exits 1 when a read fails.
+// Exits 1 when a transaction fails or returns wrong data.
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <string>
 #include <vector>
 
+#include "bench_support.h"
 #include "platform/clock.h"
 #include "protocol/modbus_client.h"
 #include "protocol/trace_log.h"
 
-int main(int argc, char** argv) {
-    if (argc < 4) {
-        std::fprintf(stderr, "usage: %s HOST PORT SECONDS [--log]\n", argv[0]);
-        return 2;
-    }
-    const double seconds = std::atof(argv[3]);
-    const bool withLog = argc > 4 && std::strcmp(argv[4], "--log") == 0;
+namespace {
 
-    ModbusClient client;
-    if (withLog) client.SetLogCallback([](const std::string&) {});
-    ConnectionConfig config;
-    config.ipAddress = argv[1];
-    config.port = static_cast<uint16_t>(std::atoi(argv[2]));
-    if (!client.Connect(config)) {
-        std::fprintf(stderr, "connect failed\n");
-        return 1;
-    }
+int Throughput(ModbusClient& client, double seconds, BenchRequest request) {
     std::vector<uint16_t> words;
+    std::vector<bool> bits;
+    const std::vector<uint16_t> writeValues = bench::WriteValues();
     long count = 0;
     const int64_t start = platform::MonotonicMicroseconds();
     const int64_t limit = static_cast<int64_t>(seconds * 1e6);
     int64_t elapsed = 0;
     // Bounded by time and by count.
     while (elapsed < limit && count < 100000000L) {
-        if (!client.ReadHoldingRegisters(1, 0, 10, words) || words.size() != 10 || words[9] != 9) {
-            std::fprintf(stderr, "read failed\n");
+        if (!bench::RunRequest(client, request, words, bits, writeValues)) {
+            std::fprintf(stderr, "transaction failed\n");
             return 1;
         }
         ++count;
-        if ((count & 63) == 0) elapsed = platform::MonotonicMicroseconds() - start;
+        if ((count & 15) == 0) elapsed = platform::MonotonicMicroseconds() - start;
     }
     elapsed = platform::MonotonicMicroseconds() - start;
     std::printf("%.0f\n", static_cast<double>(count) * 1e6 / static_cast<double>(elapsed));
-    client.Disconnect();
     return 0;
+}
+
+int RtuReads(ModbusClient& client, long count) {
+    std::vector<uint16_t> words;
+    const int64_t start = platform::MonotonicMicroseconds();
+    for (long i = 0; i < count; ++i) {
+        if (!client.ReadHoldingRegisters(1, 0, 10, words) || words.size() != 10 || words[9] != 9) {
+            std::fprintf(stderr, "rtu read failed\n");
+            return 1;
+        }
+    }
+    const double elapsed = static_cast<double>(platform::MonotonicMicroseconds() - start);
+    std::printf("%.1f\n", static_cast<double>(count) * 1e6 / elapsed);
+    return 0;
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+    const bool rtu = argc == 4 && std::strcmp(argv[1], "--rtu") == 0;
+    if (!rtu && (argc != 5 || ParseBenchRequest(argv[4]) == kBadRequest)) {
+        std::fprintf(stderr, "usage: %s HOST PORT SECONDS fc03x10|fc03x125|fc01x2000|fc16x123\n"
+                             "       %s --rtu DEVICE COUNT\n", argv[0], argv[0]);
+        return 2;
+    }
+    bench::KeptLines lines;
+    long traced = 0;
+    SetTraceCallback([&traced](const Modbus::TraceFrame&) { ++traced; });
+
+    ModbusClient client;
+    client.SetLogCallback(lines.Callback());
+    ConnectionConfig config;
+    if (rtu) {
+        config.transport = 1;
+        config.serialPort = argv[2];
+        config.baudRate = 19200;
+    } else {
+        config.ipAddress = argv[1];
+        config.port = static_cast<uint16_t>(std::atoi(argv[2]));
+    }
+    if (!client.Connect(config)) {
+        std::fprintf(stderr, "connect failed\n");
+        return 1;
+    }
+    const int status = rtu ? RtuReads(client, std::atol(argv[3]))
+                           : Throughput(client, std::atof(argv[3]), ParseBenchRequest(argv[4]));
+    client.Disconnect();
+    SetTraceCallback(nullptr);
+    return status;
 }

@@ -33,7 +33,11 @@ Modbus::TraceFrame Fc03Frame(long i) {
     return f;
 }
 
-size_t HeapInUse() { return mallinfo2().uordblks; }
+// Small blocks plus the large ones glibc maps on their own (a big vector's buffer).
+size_t HeapInUse() {
+    const struct mallinfo2 info = mallinfo2();
+    return info.uordblks + info.hblkhd;
+}
 
 long PeakRssKb() {
     rusage usage{};

@@ -1,28 +1,52 @@
 #!/usr/bin/env bash
-# Builds the benchmarks (linux-release preset, KESTREL_BUILD_BENCH=ON) and runs them all, then prints
-# one comparison table. Figures are ratios measured in the same run: absolute numbers on this kind
-# of machine move about threefold with where the client and the server land, so both sides of the
-# master comparison are pinned alike (taskset -c 0, one vCPU for client and server).
+# The whole comparison with libmodbus in one command: builds the benchmarks (linux-release preset,
+# Release, KESTREL_BUILD_BENCH=ON), runs every row and prints one table of ours / reference / ratio.
 #
-# Environment: BENCH_BUILD_DIR (default build/linux-release), BENCH_SECONDS per master run
-# (default 3), BENCH_ROUNDS of the master comparison (default 3).
+#   1 master   Kestrel's ModbusClient vs a libmodbus client on the same server (a libmodbus server,
+#              then Kestrel's slave), four requests, trace log recording and a log callback on
+#   2 slave    one libmodbus client against Kestrel's slave vs against a libmodbus server
+#   3 cli      kestrel-cli read --repeat N vs a libmodbus client printing N reads; kestrel-cli slave
+#              vs a libmodbus server; output to files; how soon the output reaches a reader
+#   4 polling  1,000 UINT16 details through the polling engine vs bare FC03 reads
+#   5 RTU      over a pseudo-terminal pair (socat) against a libmodbus RTU server
+#   6 memory   trace log over 1,000,000 transactions, bytes per recording entry, slave churn
+# Rows 1 and 2 also show the floor: a client and a server that make only the two system calls a
+# transaction needs and nothing else; their ratio against libmodbus is the most any master or
+# slave can reach on this machine.
+#
+# Method: every process of a row is pinned to the same vCPU (taskset -c 0); the two sides of a
+# comparison run alternately (A B A B ...) in the same rounds; figures are medians of the rounds,
+# with min and max. Absolute numbers on a 2-vCPU machine move with its load; the ratios do not.
+#
+# Environment: BENCH_BUILD_DIR (default build/linux-release), BENCH_ROUNDS (default 5),
+# BENCH_SECONDS per throughput run (default 0.7), BENCH_CLI_READS (default 20000),
+# BENCH_TRACE_TRANSACTIONS (default 1000000), BENCH_CHURN (default 10000), BENCH_OUT (a file that
+# also receives the table).
 set -euo pipefail
 cd "$(dirname "$0")/.."
 root=$PWD
 build=${BENCH_BUILD_DIR:-build/linux-release}
-seconds=${BENCH_SECONDS:-3}
-rounds=${BENCH_ROUNDS:-3}
+rounds=${BENCH_ROUNDS:-5}
+seconds=${BENCH_SECONDS:-0.7}
+cli_reads=${BENCH_CLI_READS:-20000}
+trace_n=${BENCH_TRACE_TRANSACTIONS:-1000000}
+churn=${BENCH_CHURN:-10000}
+out=${BENCH_OUT:-}
+started=$(date +%s)
 
 bash tools/setup.sh >/dev/null
 cmake --preset linux-release -B "$build" -DKESTREL_BUILD_TESTS=OFF >/dev/null
-cmake --build "$build" -j2 --target kestrel_bench_codec kestrel_bench_master kestrel_bench_trace_memory \
-  kestrel_bench_libmodbus_master kestrel_bench_libmodbus_server >/dev/null
+cmake --build "$build" -j2 --target kestrel-cli kestrel_bench_master kestrel_bench_slave kestrel_bench_polling \
+  kestrel_bench_memory kestrel_bench_trace_memory kestrel_bench_raw_peer kestrel_bench_libmodbus_master \
+  kestrel_bench_libmodbus_server >/dev/null
 bin="$root/$build/bench"
+cli="$root/$build/src/cli/kestrel-cli"
 
 work=$(mktemp -d /tmp/kestrel-bench-XXXXXX)
-server_pid=""
+pids=()
 cleanup() {
-  if [ -n "$server_pid" ]; then kill "$server_pid" 2>/dev/null || true; wait "$server_pid" 2>/dev/null || true; fi
+  for p in "${pids[@]}"; do kill "$p" 2>/dev/null || true; done
+  for p in "${pids[@]}"; do wait "$p" 2>/dev/null || true; done
   rm -rf "$work"
 }
 trap cleanup EXIT
@@ -30,68 +54,188 @@ trap cleanup EXIT
 pin=()
 if command -v taskset >/dev/null 2>&1; then pin=(taskset -c 0); fi
 
-median() { sort -n | awk '{a[NR]=$1} END {print (NR % 2) ? a[(NR + 1) / 2] : (a[NR / 2] + a[NR / 2 + 1]) / 2}'; }
-ratio() { awk -v a="$1" -v b="$2" 'BEGIN { printf "%.2f", (b > 0) ? a / b : 0 }'; }
+now_ns() { date +%s%N; }
+median() { sort -g | awk '{a[NR]=$1} END {if (NR == 0) {print 0} else print (NR % 2) ? a[(NR + 1) / 2] : (a[NR / 2] + a[NR / 2 + 1]) / 2}'; }
+spread() { sort -g "$1" | awk 'NR == 1 {lo = $1} {hi = $1} END {printf "%s-%s", lo, hi}'; }
+ratio() { awk -v a="$1" -v b="$2" 'BEGIN { r = (b > 0) ? a / b : 0; printf (r < 0.1) ? "%.4f" : "%.2f", r }'; }
+fmt() { awk -v v="$1" 'BEGIN { if (v >= 100) printf "%.0f", v; else printf "%.2f", v }'; }
 
-# --- master FC03 transactions/s against one libmodbus server ---
-timeout 600 "${pin[@]}" "$bin/kestrel_bench_libmodbus_server" "$work/port" 600 &
-server_pid=$!
-for _ in $(seq 1 100); do [ -s "$work/port" ] && break; sleep 0.05; done
-port=$(cat "$work/port")
+# Waits until a server wrote its port file (bounded: 5 s).
+wait_port() {
+  for _ in $(seq 1 100); do [ -s "$1" ] && { cat "$1"; return 0; }; sleep 0.05; done
+  echo "no port in $1" >&2
+  return 1
+}
 
-: >"$work/ours" ; : >"$work/ours_log" ; : >"$work/libmodbus"
+table=$work/table
+row() { printf '%-52s %18s %18s %7s\n' "$@" | tee -a "$table"; }
+# A comparison row from two files of per-round figures (higher is better unless said otherwise).
+compare_row() {
+  local name=$1 ours=$2 ref=$3
+  local mo mr
+  mo=$(median <"$ours"); mr=$(median <"$ref")
+  row "$name" "$(fmt "$mo") [$(spread "$ours")]" "$(fmt "$mr") [$(spread "$ref")]" "$(ratio "$mo" "$mr")"
+}
+
+# --- servers: libmodbus, Kestrel's slave, kestrel-cli slave (output to a file) ---
+timeout 900 "${pin[@]}" "$bin/kestrel_bench_libmodbus_server" "$work/lib.port" 900 &
+pids+=($!)
+timeout 900 "${pin[@]}" "$bin/kestrel_bench_slave" "$work/kes.port" 900 &
+pids+=($!)
+timeout 900 "${pin[@]}" "$bin/kestrel_bench_raw_peer" server "$work/raw.port" 900 &
+pids+=($!)
+holding=$(seq -s, 0 999)
+timeout 900 "${pin[@]}" "$cli" --lang en slave --tcp-port 0 --holding "0=$holding" >"$work/cli-slave.out" 2>"$work/cli-slave.err" &
+pids+=($!)
+lib_port=$(wait_port "$work/lib.port")
+kes_port=$(wait_port "$work/kes.port")
+raw_port=$(wait_port "$work/raw.port")
+for _ in $(seq 1 100); do grep -q 'listening on port' "$work/cli-slave.err" && break; sleep 0.05; done
+cli_port=$(sed -n 's/.*listening on port \([0-9]*\).*/\1/p' "$work/cli-slave.err")
+
+requests=(fc03x10 fc03x125 fc01x2000 fc16x123)
+tps() { timeout 60 "${pin[@]}" "$@"; }
+
+# --- 1 and 2: every request, six runs a round, alternated ---
 for _ in $(seq 1 "$rounds"); do
-  # Alternate the programs so drift on the machine hits both alike.
-  timeout 120 "${pin[@]}" "$bin/kestrel_bench_libmodbus_master" 127.0.0.1 "$port" "$seconds" >>"$work/libmodbus"
-  timeout 120 "${pin[@]}" "$bin/kestrel_bench_master" 127.0.0.1 "$port" "$seconds" >>"$work/ours"
-  timeout 120 "${pin[@]}" "$bin/kestrel_bench_master" 127.0.0.1 "$port" "$seconds" --log >>"$work/ours_log"
+  for r in "${requests[@]}"; do
+    tps "$bin/kestrel_bench_libmodbus_master" 127.0.0.1 "$lib_port" "$seconds" "$r" >>"$work/lib-lib-$r"
+    tps "$bin/kestrel_bench_master" 127.0.0.1 "$lib_port" "$seconds" "$r" >>"$work/kes-lib-$r"
+    tps "$bin/kestrel_bench_libmodbus_master" 127.0.0.1 "$kes_port" "$seconds" "$r" >>"$work/lib-kes-$r"
+    tps "$bin/kestrel_bench_master" 127.0.0.1 "$kes_port" "$seconds" "$r" >>"$work/kes-kes-$r"
+    tps "$bin/kestrel_bench_raw_peer" client 127.0.0.1 "$lib_port" "$seconds" "$r" >>"$work/raw-lib-$r"
+    tps "$bin/kestrel_bench_libmodbus_master" 127.0.0.1 "$raw_port" "$seconds" "$r" >>"$work/lib-raw-$r"
+  done
 done
-kill "$server_pid" 2>/dev/null || true
-wait "$server_pid" 2>/dev/null || true
-server_pid=""
-lib_tps=$(median <"$work/libmodbus")
-our_tps=$(median <"$work/ours")
-our_log_tps=$(median <"$work/ours_log")
 
-# --- CRC-16, frame building, trace-log operations ---
-"${pin[@]}" "$bin/kestrel_bench_codec" --benchmark_min_time=0.2 --benchmark_format=csv 2>/dev/null \
-  | grep '^"BM_' >"$work/codec.csv"
-ns() { awk -F, -v n="\"$1\"" '$1 == n { printf "%.1f", $4 }' "$work/codec.csv"; }
-us() { awk -F, -v n="\"$1\"" '$1 == n { printf "%.1f", $4 }' "$work/codec.csv"; }
+# --- 3: the command line, output to files ---
+for _ in $(seq 1 "$rounds"); do
+  t0=$(now_ns)
+  timeout 120 "${pin[@]}" "$bin/kestrel_bench_libmodbus_master" 127.0.0.1 "$lib_port" --reads "$cli_reads" >"$work/lib-reads.out"
+  t1=$(now_ns)
+  timeout 120 "${pin[@]}" "$cli" --lang en read --tcp "127.0.0.1:$lib_port" --fc 3 --address 0 --count 10 --repeat "$cli_reads" \
+    >"$work/cli-read.out" 2>&1
+  t2=$(now_ns)
+  awk -v n="$cli_reads" -v a="$t0" -v b="$t1" 'BEGIN { printf "%.0f\n", n / ((b - a) / 1e9) }' >>"$work/cli-lib-read"
+  awk -v n="$cli_reads" -v a="$t1" -v b="$t2" 'BEGIN { printf "%.0f\n", n / ((b - a) / 1e9) }' >>"$work/cli-kes-read"
+  tps "$bin/kestrel_bench_libmodbus_master" 127.0.0.1 "$lib_port" "$seconds" fc03x10 >>"$work/cli-lib-slave"
+  tps "$bin/kestrel_bench_libmodbus_master" 127.0.0.1 "$cli_port" "$seconds" fc03x10 >>"$work/cli-kes-slave"
+done
+lines_read=$(grep -c '^[0-9]' "$work/cli-read.out" || true)
+lines_expected=$((cli_reads * 10))
 
-# --- trace-log memory ---
-"$bin/kestrel_bench_trace_memory" per-frame >"$work/mem"
-"$bin/kestrel_bench_trace_memory" rss 1000000 10000 >"$work/rss_capped"
-"$bin/kestrel_bench_trace_memory" rss 1000000 1000000 >"$work/rss_uncapped"
-"$bin/kestrel_bench_trace_memory" rss 0 10000 >"$work/rss_empty"
+# How soon output reaches a reader: the first read's values (behind a 200 ms response delay), and
+# the slave's line for one request, seen in the files while the programs still run.
+timeout 30 "${pin[@]}" "$cli" --lang en slave --tcp-port 0 --delay 200 --holding 0=7 >/dev/null 2>"$work/slow.err" &
+pids+=($!)
+for _ in $(seq 1 100); do grep -q 'listening on port' "$work/slow.err" && break; sleep 0.05; done
+slow_port=$(sed -n 's/.*listening on port \([0-9]*\).*/\1/p' "$work/slow.err")
+t0=$(now_ns)
+timeout 30 "${pin[@]}" "$cli" --lang en read --tcp "127.0.0.1:$slow_port" --fc 3 --address 0 --count 1 --repeat 2 \
+  >"$work/live-read.out" 2>/dev/null &
+reader=$!
+pids+=($reader)
+first_value_ms=""
+for _ in $(seq 1 400); do
+  if grep -qx 7 "$work/live-read.out"; then first_value_ms=$((($(now_ns) - t0) / 1000000)); break; fi
+  sleep 0.005
+done
+wait "$reader" || true
+before=$(grep -c 'FC03 read from' "$work/cli-slave.out" || true)
+t0=$(now_ns)
+timeout 30 "$bin/kestrel_bench_libmodbus_master" 127.0.0.1 "$cli_port" --reads 1 >/dev/null
+t1=$(now_ns)
+slave_line_ms=""
+for _ in $(seq 1 400); do
+  if [ "$(grep -c 'FC03 read from' "$work/cli-slave.out" || true)" -gt "$before" ]; then
+    slave_line_ms=$(awk -v a="$t1" -v b="$(now_ns)" 'BEGIN { printf "%.0f", (b - a) / 1e6 }'); break
+  fi
+  sleep 0.005
+done
+
+# --- 4: polling engine vs bare reads, against our slave ---
+timeout 120 "${pin[@]}" "$bin/kestrel_bench_polling" 127.0.0.1 "$kes_port" "$rounds" >"$work/polling"
 val() { awk -v k="$1" '$1 == k { print $2 }' "$2"; }
+field() { awk -v k="$1" -v f="$2" '$1 == k { print $f }' "$3"; }
 
-crc8=$(ns BM_Crc16/8); crc256=$(ns BM_Crc16/256)
-tab8=$(ns BM_Crc16TableReference/8); tab256=$(ns BM_Crc16TableReference/256)
-record=$(ns BM_TraceRecordIntoFullLog)
-per_txn_us=$(awk -v t="$our_tps" 'BEGIN { printf "%.1f", (t > 0) ? 1e6 / t : 0 }')
+# --- 5: RTU over a pseudo-terminal pair ---
+rtu_ok=0
+if command -v socat >/dev/null 2>&1; then
+  timeout 300 socat pty,raw,echo=0,link="$work/ttyA" pty,raw,echo=0,link="$work/ttyB" 2>/dev/null &
+  pids+=($!)
+  for _ in $(seq 1 100); do [ -e "$work/ttyA" ] && [ -e "$work/ttyB" ] && break; sleep 0.05; done
+  timeout 300 "${pin[@]}" "$bin/kestrel_bench_libmodbus_server" --rtu "$work/ttyA" 300 &
+  pids+=($!)
+  sleep 0.3
+  rtu_ok=1
+  for _ in $(seq 1 "$rounds"); do
+    timeout 60 "${pin[@]}" "$bin/kestrel_bench_libmodbus_master" --rtu "$work/ttyB" 50 >>"$work/rtu-lib" || rtu_ok=0
+    timeout 60 "${pin[@]}" "$bin/kestrel_bench_master" --rtu "$work/ttyB" 10 >>"$work/rtu-kes" || rtu_ok=0
+  done
+fi
 
-printf '\n%-58s %14s %14s %8s\n' "measure" "ours" "reference" "ratio"
-printf '%-58s %14s %14s %8s\n' "----------------------------------------------------------" "--------------" "--------------" "--------"
-printf '%-58s %14s %14s %8s\n' "FC03 x10 regs, transactions/s vs libmodbus master" "$our_tps" "$lib_tps" "$(ratio "$our_tps" "$lib_tps")"
-printf '%-58s %14s %14s %8s\n' "  same, with a log callback installed (as the app runs)" "$our_log_tps" "$lib_tps" "$(ratio "$our_log_tps" "$lib_tps")"
-printf '%-58s %14s %14s %8s\n' "CRC-16 of 8 bytes, ns (bitwise vs 256-entry table)" "$crc8" "$tab8" "$(ratio "$crc8" "$tab8")"
-printf '%-58s %14s %14s %8s\n' "CRC-16 of 256 bytes, ns (bitwise vs 256-entry table)" "$crc256" "$tab256" "$(ratio "$crc256" "$tab256")"
-printf '%-58s %14s\n' "BuildRtuRequest FC03, ns" "$(ns BM_BuildRtuRequestFc03)"
-printf '%-58s %14s\n' "BuildTcpRequest FC03, ns" "$(ns BM_BuildTcpRequestFc03)"
-printf '%-58s %14s\n' "BuildRtuRequest FC10 123 regs, ns" "$(ns BM_BuildRtuRequestFc10Max)"
-printf '%-58s %14s\n' "HexDump of a 29-byte response, ns" "$(ns BM_HexDumpFc03Response)"
-printf '%-58s %14s %14s %8s\n' "trace Record into a full log, ns (vs one transaction)" "$record" "${per_txn_us}us" \
-  "$(awk -v r="$record" -v t="$per_txn_us" 'BEGIN { printf "%.3f", (t > 0) ? r / (t * 1000) : 0 }')"
-printf '%-58s %14s\n' "trace Snapshot of 10,000 frames, us" "$(us BM_TraceSnapshotFullLog)"
-printf '%-58s %14s\n' "trace ComputeStatistics of 10,000 frames, us" "$(us BM_TraceStatisticsFullLog)"
-printf '%-58s %14s\n' "trace BuildPcap of 10,000 frames, us" "$(us BM_TraceBuildPcapFullLog)"
-printf '%-58s %14s\n' "sizeof(TraceFrame), bytes" "$(val sizeof_trace_frame "$work/mem")"
-printf '%-58s %14s\n' "heap per FC03 frame in the log, bytes" "$(val heap_bytes_per_frame "$work/mem")"
-printf '%-58s %14s\n' "heap of a full log (10,000 frames), bytes" "$(val heap_bytes_full_log "$work/mem")"
-printf '%-58s %14s %14s %8s\n' "peak RSS after 1,000,000 frames, KiB (cap 10,000 vs none)" \
-  "$(val peak_rss_kb "$work/rss_capped")" "$(val peak_rss_kb "$work/rss_uncapped")" \
-  "$(ratio "$(val peak_rss_kb "$work/rss_capped")" "$(val peak_rss_kb "$work/rss_uncapped")")"
-printf '%-58s %14s\n' "peak RSS of the same process with an empty log, KiB" "$(val peak_rss_kb "$work/rss_empty")"
-echo
-echo "Master runs: ${rounds} x ${seconds} s each side, medians, client and server pinned with: ${pin[*]:-(no taskset)}"
+# --- 6: memory ---
+timeout 300 "${pin[@]}" "$bin/kestrel_bench_memory" trace 127.0.0.1 "$lib_port" "$trace_n" >"$work/mem-trace"
+"$bin/kestrel_bench_memory" recording 100000 >"$work/mem-recording"
+timeout 300 "${pin[@]}" "$bin/kestrel_bench_memory" churn "$churn" >"$work/mem-churn"
+"$bin/kestrel_bench_trace_memory" per-frame >"$work/mem-frame"
+"$bin/kestrel_bench_trace_memory" rss 1000000 1000000 >"$work/rss-uncapped"
+
+# --- the table ---
+{
+  echo
+  echo "Kestrel vs libmodbus $(pkg-config --modversion libmodbus 2>/dev/null || echo '?'), $(date -u '+%Y-%m-%d %H:%M UTC'), $(uname -srm)"
+  echo "CPU: $(awk -F': ' '/model name/ {print $2; exit}' /proc/cpuinfo), $(nproc) vCPU; load before the run: $(cut -d' ' -f1-3 /proc/loadavg)"
+  echo "Command: tools/bench.sh (rounds $rounds, $seconds s per throughput run, pinned: ${pin[*]:-no taskset})"
+  echo "Figures: median [min-max] of the rounds; ratio = ours / reference (medians)."
+  echo
+} | tee -a "$table"
+row "row" "ours" "reference" "ratio"
+row "----------------------------------------------------" "------------------" "------------------" "-------"
+for r in "${requests[@]}"; do
+  compare_row "1 master $r, transactions/s, libmodbus server" "$work/kes-lib-$r" "$work/lib-lib-$r"
+done
+for r in "${requests[@]}"; do
+  compare_row "1 master $r, transactions/s, Kestrel slave" "$work/kes-kes-$r" "$work/lib-kes-$r"
+done
+for r in "${requests[@]}"; do
+  compare_row "1 floor $r: bare client vs libmodbus client" "$work/raw-lib-$r" "$work/lib-lib-$r"
+done
+for r in "${requests[@]}"; do
+  compare_row "2 slave $r, transactions/s, libmodbus client" "$work/lib-kes-$r" "$work/lib-lib-$r"
+done
+for r in "${requests[@]}"; do
+  compare_row "2 floor $r: bare server vs libmodbus server" "$work/lib-raw-$r" "$work/lib-lib-$r"
+done
+compare_row "3 kestrel-cli read --repeat $cli_reads, reads/s" "$work/cli-kes-read" "$work/cli-lib-read"
+compare_row "3 kestrel-cli slave, FC03 x 10 transactions/s" "$work/cli-kes-slave" "$work/cli-lib-slave"
+row "3   read output lines (expected $lines_expected)" "$lines_read" "" ""
+row "3   first read's values in the file after, ms" "${first_value_ms:-never}" "(200 ms delay)" ""
+row "3   slave's request line in the file after, ms" "${slave_line_ms:-never}" "" ""
+eng=$(field engine_us_per_detail 2 "$work/polling"); bare=$(field bare_us_per_read 2 "$work/polling")
+row "4 polling, us per detail (engine vs bare FC03)" \
+  "$eng [$(field engine_us_per_detail 3 "$work/polling")-$(field engine_us_per_detail 4 "$work/polling")]" \
+  "$bare [$(field bare_us_per_read 3 "$work/polling")-$(field bare_us_per_read 4 "$work/polling")]" "$(ratio "$eng" "$bare")"
+row "4   of which: the reads / the results handler, us" \
+  "$(field engine_read_us_per_detail 2 "$work/polling") / $(field handler_us_per_detail 2 "$work/polling")" "" ""
+row "4   engine overhead per detail, %" "$(awk -v e="$eng" -v b="$bare" 'BEGIN { printf "%.1f", (b > 0) ? (e / b - 1) * 100 : 0 }')" "" ""
+if [ "$rtu_ok" = 1 ]; then
+  compare_row "5 RTU FC03 x 10 over a pty, transactions/s" "$work/rtu-kes" "$work/rtu-lib"
+else
+  row "5 RTU over a pty" "not run (socat missing or a run failed)" "" ""
+fi
+row "6 peak RSS, KiB, $trace_n transactions, trace on" "$(val peak_rss_kb "$work/mem-trace")" "" ""
+row "6   RSS after 1 % / 10 % / all of them, KiB" \
+  "$(awk '/^rss_kb_after_/ {printf "%s%s", s, $2; s = " / "}' "$work/mem-trace")" "" ""
+row "6   trace frames kept (the cap)" "$(val trace_frames_kept "$work/mem-trace")" "" ""
+row "6   peak RSS, 1,000,000 frames, no cap, KiB" "$(val peak_rss_kb "$work/rss-uncapped")" "" ""
+row "6 heap per trace frame (FC03 x 10), bytes" "$(val heap_bytes_per_frame "$work/mem-frame")" "" ""
+row "6 heap per recording entry, bytes" "$(val recording_heap_bytes_per_entry "$work/mem-recording")" "" ""
+row "6 slave RSS, KiB, before/after $churn connect+close" \
+  "$(val churn_rss_kb_before "$work/mem-churn") / $(val churn_rss_kb_after "$work/mem-churn")" "" ""
+row "6   open descriptors before/after" \
+  "$(val churn_fds_before "$work/mem-churn") / $(val churn_fds_after "$work/mem-churn")" "" ""
+row "7 window (under Wine)" "not measured yet" "" ""
+echo | tee -a "$table"
+echo "Total time $(( $(date +%s) - started )) s." | tee -a "$table"
+if [ -n "$out" ]; then cp "$table" "$out"; fi

@@ -9,10 +9,19 @@ cmake --preset linux
 cmake --build --preset linux
 ctest --preset linux
 
+# The benchmarks are built here too (in Release, as tools/bench.sh runs them); their timings are
+# never checked by a test.
+cmake --preset linux-release -DKESTREL_BUILD_TESTS=OFF
+cmake --build --preset linux-release
+
 # Everything again under AddressSanitizer and UndefinedBehaviorSanitizer.
 cmake --preset linux-asan
 cmake --build --preset linux-asan
 ctest --preset linux-asan
+
+# The fuzz targets (clang, libFuzzer, ASan + UBSan): every seed and regression input once, then
+# each target for 10 s. tools/fuzz.sh TARGET SECONDS runs one for long.
+tools/fuzz.sh all 10
 
 # The threads that share objects (poll thread, window thread, slave server) under ThreadSanitizer.
 cmake --preset linux-tsan

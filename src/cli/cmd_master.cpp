@@ -5,6 +5,7 @@
 
 #include "cli/command.h"
 #include "cli/connection_args.h"
+#include "cli/output.h"
 #include "protocol/modbus_client.h"
 
 namespace cli {
@@ -56,18 +57,24 @@ std::vector<bool> ParseBitValues(const std::vector<std::string>& texts) {
 }
 
 void PrintBits(const std::vector<bool>& bits) {
-    for (bool bit : bits) std::printf("%d\n", bit ? 1 : 0);
+    std::string text;
+    text.reserve(2 * bits.size());
+    for (bool bit : bits) text += bit ? "1\n" : "0\n";
+    OutText(text);
 }
 
 void PrintWords(const std::vector<uint16_t>& words) {
-    for (uint16_t word : words) std::printf("%u\n", static_cast<unsigned>(word));
+    std::string text;
+    text.reserve(6 * words.size());
+    for (uint16_t word : words) {
+        text += std::to_string(word);
+        text += '\n';
+    }
+    OutText(text);
 }
 
 ModbusClient& ConnectedClient(ModbusClient& client, const ConnectionConfig& config) {
-    client.SetLogCallback([](const std::string& line) {
-        std::fputs(line.c_str(), stderr);
-        std::fputc('\n', stderr);
-    });
+    client.SetLogCallback([](const std::string& line) { ErrLine(line); });
     client.Connect(config);
     return client;
 }
@@ -117,6 +124,7 @@ int RunReadCommand(std::vector<std::string>& args) {
         throw UsageError("values are only given to --fc 23, not to a plain read");
     }
 
+    BufferedOutput output;
     ModbusClient client;
     if (!ConnectedClient(client, request.connection).IsConnected()) return 1;
     bool allOk = true;
@@ -141,6 +149,7 @@ int RunWriteCommand(std::vector<std::string>& args) {
     }
     if (bits.size() > 65535 || words.size() > 65535) throw UsageError("too many values");
 
+    BufferedOutput output;
     ModbusClient client;
     if (!ConnectedClient(client, request.connection).IsConnected()) return 1;
     bool ok = false;

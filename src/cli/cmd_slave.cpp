@@ -10,6 +10,7 @@
 
 #include "cli/command.h"
 #include "cli/connection_args.h"
+#include "cli/output.h"
 #include "protocol/modbus_client.h"
 
 namespace cli {
@@ -99,15 +100,6 @@ SlaveOptions TakeSlaveOptions(std::vector<std::string>& args) {
     return options;
 }
 
-std::mutex g_outputMutex;
-
-void PrintLine(const std::string& line) {
-    std::lock_guard<std::mutex> lock(g_outputMutex);
-    const std::string text = line + "\n";
-    std::fwrite(text.data(), 1, text.size(), stdout);
-    std::fflush(stdout);
-}
-
 void WaitForStop(uint64_t durationSeconds) {
     const auto start = std::chrono::steady_clock::now();
     while (!StopRequested()) {
@@ -122,8 +114,9 @@ int RunSlave(std::vector<std::string>& args) {
     const SlaveOptions options = TakeSlaveOptions(args);
     InstallStopSignals();
 
+    BufferedOutput output;
     ModbusClient client;
-    client.SetLogCallback(PrintLine);
+    client.SetLogCallback([](const std::string& line) { OutLine(line); });
     for (const auto& [address, values] : options.holding) client.Image().SetHoldingRegisters(address, values);
     for (const auto& [address, values] : options.coils) client.Image().SetCoils(address, values);
     client.responseDelayMs = options.delayMs;
@@ -135,8 +128,8 @@ int RunSlave(std::vector<std::string>& args) {
     const bool started = client.Connect(options.connection);
     if (started && options.connection.transport == 0 && options.connection.port == 0) {
         // Port 0 lets the system choose; say which one it chose (stderr, so stdout stays the log).
-        std::fprintf(stderr, "kestrel-cli: slave listening on port %u\n", static_cast<unsigned>(client.ListeningPort()));
-        std::fflush(stderr);
+        ErrLine("kestrel-cli: slave listening on port " + std::to_string(client.ListeningPort()));
+        FlushOutput();
     }
     if (started) {
         WaitForStop(options.durationSeconds);

@@ -16,7 +16,9 @@ bool WriteFile(const std::string& path, const std::vector<uint8_t>& bytes) {
     std::FILE* file = std::fopen(path.c_str(), "wb");
     if (file == nullptr) return false;
     const bool written = std::fwrite(bytes.data(), 1, bytes.size(), file) == bytes.size();
-    return std::fclose(file) == 0 && written;
+    if (std::fclose(file) == 0 && written) return true;
+    std::remove(path.c_str());  // no half capture file is left behind
+    return false;
 }
 
 bool IsFrameLine(const std::string& line) { return line.rfind("TX: ", 0) == 0 || line.rfind("RX: ", 0) == 0; }

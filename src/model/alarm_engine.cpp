@@ -62,24 +62,31 @@ void AlarmEngine::SetClock(Clock clock) {
 
 void AlarmEngine::EvaluateAlarms(const Modbus::ModbusDetail& detail, double raw) {
     const double value = raw * detail.scale + detail.offset;
-    std::string valueText = PrintF("%.2f", value);
-    if (!detail.unit.empty()) valueText += " " + detail.unit;
+    // The texts of an event are made only when one is raised: most values of a poll raise nothing.
+    const auto valueText = [&] {
+        std::string text = PrintF("%.2f", value);
+        if (!detail.unit.empty()) text += " " + detail.unit;
+        return text;
+    };
+    const auto limitEvent = [&](int32_t type, const char* comparison, double limit) {
+        Raise(detail.id, detail.name, type, LimitMessage(detail.name, comparison, limit, valueText()));
+    };
     const std::string prefix = std::to_string(detail.id) + "_";
 
     std::lock_guard<std::mutex> lock(mutex_);
     // A pair is evaluated as a whole: a detail with only alarmLow set also raises ALARM_HIGH for
     // every value above 0. Users rely on setting one side to watch both.
     if (detail.alarmHigh != 0.0 || detail.alarmLow != 0.0) {
-        Track(prefix + "ALARM_HIGH", value > detail.alarmHigh, detail.id, detail.name, Modbus::kAlarmThreshold,
-              LimitMessage(detail.name, " > ", detail.alarmHigh, valueText));
-        Track(prefix + "ALARM_LOW", value < detail.alarmLow, detail.id, detail.name, Modbus::kAlarmThreshold,
-              LimitMessage(detail.name, " < ", detail.alarmLow, valueText));
+        if (Track(prefix + "ALARM_HIGH", value > detail.alarmHigh)) {
+            limitEvent(Modbus::kAlarmThreshold, " > ", detail.alarmHigh);
+        }
+        if (Track(prefix + "ALARM_LOW", value < detail.alarmLow)) {
+            limitEvent(Modbus::kAlarmThreshold, " < ", detail.alarmLow);
+        }
     }
     if (detail.warnHigh != 0.0 || detail.warnLow != 0.0) {
-        Track(prefix + "WARN_HIGH", value > detail.warnHigh, detail.id, detail.name, Modbus::kAlarmWarning,
-              LimitMessage(detail.name, " > ", detail.warnHigh, valueText));
-        Track(prefix + "WARN_LOW", value < detail.warnLow, detail.id, detail.name, Modbus::kAlarmWarning,
-              LimitMessage(detail.name, " < ", detail.warnLow, valueText));
+        if (Track(prefix + "WARN_HIGH", value > detail.warnHigh)) limitEvent(Modbus::kAlarmWarning, " > ", detail.warnHigh);
+        if (Track(prefix + "WARN_LOW", value < detail.warnLow)) limitEvent(Modbus::kAlarmWarning, " < ", detail.warnLow);
     }
     if (detail.alarmOnChange) {
         const auto last = lastValues_.find(detail.id);
@@ -92,13 +99,12 @@ void AlarmEngine::EvaluateAlarms(const Modbus::ModbusDetail& detail, double raw)
     }
 }
 
-void AlarmEngine::Track(const std::string& key, bool active, int32_t detailId, const std::string& detailName,
-                        int32_t type, const std::string& message) {
+bool AlarmEngine::Track(const std::string& key, bool active) {
     if (!active) {
         activeKeys_.erase(key);
-        return;
+        return false;
     }
-    if (activeKeys_.insert(key).second) Raise(detailId, detailName, type, message);
+    return activeKeys_.insert(key).second;
 }
 
 void AlarmEngine::Raise(int32_t detailId, const std::string& detailName, int32_t type, std::string message) {

@@ -78,8 +78,8 @@ public:
 private:
     // Lock held.
     void Raise(int32_t detailId, const std::string& detailName, int32_t type, std::string message);
-    void Track(const std::string& key, bool active, int32_t detailId, const std::string& detailName, int32_t type,
-               const std::string& message);
+    // Marks the condition active or not; true when it has just become active (raise an event).
+    bool Track(const std::string& key, bool active);
 
     mutable std::mutex mutex_;
     std::vector<Modbus::AlarmEvent> events_;

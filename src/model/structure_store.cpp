@@ -216,6 +216,20 @@ std::optional<ModbusStructure> StructureStore::FindStructure(int32_t id) const {
     return std::nullopt;
 }
 
+std::optional<Modbus::ModbusDetail> StructureStore::FindDetail(int32_t structureId, int32_t detailId,
+                                                               size_t hint) const {
+    std::lock_guard<std::mutex> lock(mutex_);
+    for (const ModbusStructure& s : structures_) {
+        if (s.id != structureId) continue;
+        if (hint < s.details.size() && s.details[hint].id == detailId) return s.details[hint];
+        for (const Modbus::ModbusDetail& d : s.details) {
+            if (d.id == detailId) return d;
+        }
+        return std::nullopt;
+    }
+    return std::nullopt;
+}
+
 bool StructureStore::UpdateStructureFields(int32_t id, const ModbusStructure& fields) {
     std::lock_guard<std::mutex> lock(mutex_);
     for (ModbusStructure& s : structures_) {

@@ -48,6 +48,10 @@ public:
     // For the dialogs, all under the lock and without saving.
     std::vector<ModbusStructure> Structures() const;  // a copy
     std::optional<ModbusStructure> FindStructure(int32_t id) const;
+    // The detail with this id inside the structure with that id, copied alone under the lock (the
+    // poll thread asks for every result of a cycle, so the structure itself is not copied).
+    // `hint` is where the detail is expected in the list; any position is still found.
+    std::optional<Modbus::ModbusDetail> FindDetail(int32_t structureId, int32_t detailId, size_t hint = 0) const;
     // Replaces name, description, ip, port, unit id and RTU-over-TCP of the structure with this id,
     // keeping its id and details. False when there is none.
     bool UpdateStructureFields(int32_t id, const ModbusStructure& fields);

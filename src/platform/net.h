@@ -22,6 +22,8 @@ SOCKET TcpSocket();  // AF_INET, SOCK_STREAM, IPPROTO_TCP
 bool SetReceiveTimeout(SOCKET s, uint32_t milliseconds);
 bool SetSendTimeout(SOCKET s, uint32_t milliseconds);
 bool SetReuseAddress(SOCKET s);
+// TCP_NODELAY: every Modbus frame goes out in one send and must not wait for the peer's ACK.
+bool SetNoDelay(SOCKET s);
 // Fills the address with inet_pton; a text that is not a dotted IPv4 address leaves it 0.0.0.0.
 bool ConnectIpv4(SOCKET s, const std::string& ip, uint16_t port);
 bool BindAny(SOCKET s, uint16_t port);

@@ -28,7 +28,9 @@ void PollingEngine::Stop() {
     if (thread.joinable()) thread.join();
 }
 
-std::vector<Modbus::PollingResult> PollingEngine::PollOnce() {
+std::vector<Modbus::PollingResult> PollingEngine::PollOnce() { return PollCycle(false); }
+
+std::vector<Modbus::PollingResult> PollingEngine::PollCycle(bool stopWhenAsked) {
     std::vector<Modbus::ModbusDetail> copy;
     {
         std::lock_guard<std::mutex> lock(mutex);
@@ -39,6 +41,9 @@ std::vector<Modbus::PollingResult> PollingEngine::PollOnce() {
     results.reserve(copy.size());
     // One read per detail: details are never merged into larger requests.
     for (const Modbus::ModbusDetail& detail : copy) {
+        // A stop waits for the read under way, not for the rest of the cycle: against a device
+        // that has gone silent every read takes the full receive time-out.
+        if (stopWhenAsked && !running.load()) break;
         Modbus::PollingResult result;
         result.detailId = detail.id;
         result.name = detail.name;
@@ -56,10 +61,17 @@ std::vector<Modbus::PollingResult> PollingEngine::PollOnce() {
     return results;
 }
 
+size_t PollingEngine::DetailCount() {
+    std::lock_guard<std::mutex> lock(mutex);
+    return details.size();
+}
+
 void PollingEngine::Run() {
     while (running.load()) {
         const int64_t cycleStart = platform::MonotonicMicroseconds();
-        std::vector<Modbus::PollingResult> results = PollOnce();
+        std::vector<Modbus::PollingResult> results = PollCycle(true);
+        // A cycle cut short by a stop is not handed on.
+        if (!running.load() && results.size() < DetailCount()) break;
         if (!results.empty() && onResults) onResults(results);
         // A cycle that took longer than the interval is followed at once by the next one.
         const int64_t deadline = cycleStart + static_cast<int64_t>(interval.load()) * 1000;

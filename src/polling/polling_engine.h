@@ -56,6 +56,9 @@ public:
 
 private:
     void Run();
+    // One cycle; with `stopWhenAsked` it ends before the next read once Stop has been called.
+    std::vector<Modbus::PollingResult> PollCycle(bool stopWhenAsked);
+    size_t DetailCount();
 
     std::atomic<bool> running{false};
     std::atomic<uint32_t> interval{1000};

@@ -36,8 +36,14 @@ std::string DefaultRecordingName() { return Localizer::Text(Localizer::Scope::Ui
 
 std::string RawValueText(const DecodedValue& value) {
     double number = 0.0;
-    if (const bool* b = std::get_if<bool>(&value)) number = *b ? 1.0 : 0.0;
-    if (const int64_t* i = std::get_if<int64_t>(&value)) number = static_cast<double>(*i);
+    if (const bool* b = std::get_if<bool>(&value)) return *b ? "1.000000" : "0.000000";
+    if (const int64_t* i = std::get_if<int64_t>(&value)) {
+        // What "%f" prints for an integer the double holds exactly, without the formatter's cost
+        // (every polled integer point goes through here).
+        constexpr int64_t kExact = int64_t{1} << 53;
+        if (*i >= -kExact && *i <= kExact) return std::to_string(*i) + ".000000";
+        number = static_cast<double>(*i);
+    }
     if (const double* d = std::get_if<double>(&value)) number = *d;
     char text[512];
     std::snprintf(text, sizeof text, "%f", number);
@@ -103,7 +109,11 @@ bool RecordingBuffer::ExportCsv(const std::string& path) const {
                                  e.displayValue + ";" + e.unit + "\r\n";
         std::fwrite(line.data(), 1, line.size(), file);
     }
-    return std::fclose(file) == 0;
+    // A write that failed part of the way (a full disk) leaves no half file behind.
+    const bool written = std::ferror(file) == 0;
+    if (std::fclose(file) == 0 && written) return true;
+    std::remove(path.c_str());
+    return false;
 }
 
 bool RecordingBuffer::IsRecording() const {
@@ -123,7 +133,7 @@ int64_t RecordingBuffer::StartTimeMs() const {
 
 std::vector<RecordEntry> RecordingBuffer::Entries() const {
     std::lock_guard<std::mutex> lock(mutex);
-    return entries;
+    return std::vector<RecordEntry>(entries.begin(), entries.end());
 }
 
 void RecordingBuffer::SetClock(Clock newClock) {

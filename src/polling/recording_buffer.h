@@ -3,6 +3,7 @@
 // every poll cycle adds an entry; the whole recording is written out as CSV on request. Unbounded
 // by design: a recording holds what the user asked for until the next one starts.
 #include <cstdint>
+#include <deque>
 #include <mutex>
 #include <string>
 #include <vector>
@@ -32,7 +33,8 @@ public:
     void Record(const Modbus::PollingResult& result, const Modbus::ModbusDetail& detail);
     // Writes the recording as CSV: a header in the program's language, one line per entry, fields
     // separated by ';' and written as they are (no quoting), CR LF line ends on every platform.
-    // False when the file cannot be opened (nothing is written then).
+    // False when the file cannot be opened (nothing is written then) or cannot be written to the
+    // end (a full disk; the partial file is removed).
     bool ExportCsv(const std::string& path) const;
 
     bool IsRecording() const;
@@ -47,7 +49,9 @@ private:
     bool recording = false;
     std::string recordingName;
     int64_t startTimeMs = 0;
-    std::vector<RecordEntry> entries;
+    // A deque: a long recording grows in small blocks, never by copying all entries to a buffer
+    // twice the size (which stalled the poll thread for milliseconds and left up to half unused).
+    std::deque<RecordEntry> entries;
     Clock clock;
 };
 

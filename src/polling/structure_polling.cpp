@@ -24,18 +24,13 @@ PollingEngine::OnResults MakeStructureResultsHandler(const StructurePolling& pol
     AlarmEngine* alarms = &polling.alarms;
     RecordingBuffer* recording = &polling.recording;
     return [store, alarms, recording, structureId, handOff](const std::vector<Modbus::PollingResult>& results) {
-        for (const Modbus::PollingResult& result : results) {
+        for (size_t i = 0; i < results.size(); ++i) {
+            const Modbus::PollingResult& result = results[i];
             if (!result.ok) continue;
-            const std::optional<ModbusStructure> structure = store->FindStructure(structureId);
-            if (!structure) continue;
-            const Modbus::ModbusDetail* detail = nullptr;
-            for (const Modbus::ModbusDetail& d : structure->details) {
-                if (d.id == result.detailId) {
-                    detail = &d;
-                    break;
-                }
-            }
-            if (detail == nullptr) continue;
+            // Looked up again for every result, as the store may change while polling runs; the
+            // results come in the order of the structure's details, so position i is tried first.
+            const std::optional<Modbus::ModbusDetail> detail = store->FindDetail(structureId, result.detailId, i);
+            if (!detail) continue;
             alarms->EvaluateAlarms(*detail, NumericValue(result.value));
             recording->Record(result, *detail);
         }

@@ -1,6 +1,7 @@
 // The connection object's life: construction, connect in either role, disconnect, logging.
 #include "common/localizer.h"
 #include "protocol/modbus_client.h"
+#include "protocol/trace_log.h"
 
 ModbusClient::ModbusClient() : serialHandle(platform::InvalidSerialHandle()) { platform::NetStartup(); }
 
@@ -12,6 +13,9 @@ ModbusClient::~ModbusClient() {
 bool ModbusClient::Connect(const ConnectionConfig& newConfig) {
     if (connected.load()) Disconnect();
     config = newConfig;
+    masterReceive = TcpReceiveBuffer{};
+    tracePeerText = config.transport == 0 ? config.ipAddress + ":" + std::to_string(config.port) : config.serialPort;
+    tracePeerAddress = config.transport == 0 ? Modbus::ParseIpv4Address(config.ipAddress) : 0;
     bool ok = false;
     if (config.transport == 0) {
         ok = config.role == 0 ? ConnectTcpMaster() : StartTcpSlave();
@@ -61,6 +65,7 @@ bool ModbusClient::ConnectTcpMaster() {
     // A fixed 3000 ms for every send and receive of the master; not a setting.
     platform::SetReceiveTimeout(s, 3000);
     platform::SetSendTimeout(s, 3000);
+    platform::SetNoDelay(s);
     Log(Text("Connecting to ", "Verbinde mit ") + config.ipAddress + ":" + std::to_string(config.port) + " ...");
     if (!platform::ConnectIpv4(s, config.ipAddress, config.port)) {
         Log(Text("TCP connection failed: ", "TCP-Verbindung fehlgeschlagen: ") +
@@ -94,6 +99,15 @@ std::string ModbusClient::Text(const char* english, const char* german) const {
 
 void ModbusClient::Log(const std::string& line) const {
     if (onLog) onLog(line);
+}
+
+void ModbusClient::LogFrame(const char* prefix, const uint8_t* data, size_t length) const {
+    if (!onLog) return;
+    std::string line;
+    line.reserve(4 + 3 * length);
+    line += prefix;
+    AppendHexDump(line, data, length);
+    onLog(line);
 }
 
 void ModbusClient::Log(const char* english, const char* german) const { Log(Text(english, german)); }

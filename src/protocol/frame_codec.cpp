@@ -73,16 +73,22 @@ bool UnpackBits(const Bytes& response, bool isTcp, uint16_t count, std::vector<b
     return true;
 }
 
-std::string HexDump(const uint8_t* bytes, size_t length) {
+void AppendHexDump(std::string& text, const uint8_t* bytes, size_t length) {
     static const char kDigits[] = "0123456789ABCDEF";
-    std::string text;
-    if (length == 0) return text;
-    text.reserve(length * 3 - 1);
+    if (length == 0) return;
+    const size_t at = text.size();
+    text.resize(at + length * 3 - 1);
+    char* out = text.data() + at;
     for (size_t i = 0; i < length; ++i) {
-        if (i > 0) text.push_back(' ');
-        text.push_back(kDigits[bytes[i] >> 4]);
-        text.push_back(kDigits[bytes[i] & 0x0F]);
+        if (i > 0) *out++ = ' ';
+        *out++ = kDigits[bytes[i] >> 4];
+        *out++ = kDigits[bytes[i] & 0x0F];
     }
+}
+
+std::string HexDump(const uint8_t* bytes, size_t length) {
+    std::string text;
+    AppendHexDump(text, bytes, length);
     return text;
 }
 

@@ -48,6 +48,8 @@ bool UnpackBits(const Modbus::Bytes& response, bool isTcp, uint16_t count, std::
 // "01 03 00 00 00 0A": upper-case two-digit hex, single blanks between bytes.
 std::string HexDump(const uint8_t* bytes, size_t length);
 inline std::string HexDump(const Modbus::Bytes& bytes) { return HexDump(bytes.data(), bytes.size()); }
+// The same text appended to `text` (a log line built in one piece).
+void AppendHexDump(std::string& text, const uint8_t* bytes, size_t length);
 
 // "FC03 Read Holding Registers" and so on; "Unknown FC" for codes without a name.
 const char* FunctionCodeName(uint8_t fc);

@@ -68,12 +68,10 @@ bool ModbusClient::Transact(const Bytes& request, Bytes& response) {
 
     frame.sequence = NextTraceSequence();
     frame.isRtu = !IsTcp();
+    frame.text = tracePeerText;
     if (IsTcp()) {
-        frame.text = config.ipAddress + ":" + std::to_string(config.port);
-        frame.peerAddress = Modbus::ParseIpv4Address(config.ipAddress);
+        frame.peerAddress = tracePeerAddress;
         frame.peerPort = config.port;
-    } else {
-        frame.text = config.serialPort;
     }
     frame.request = request;
     frame.response = response;
@@ -110,6 +108,7 @@ bool ModbusClient::ReadRegisterWords(const Bytes& response, std::vector<uint16_t
     // end of the response reads the missing bytes as 0.
     const size_t words = (static_cast<size_t>(response[layout.byteCount]) + 1) / 2;
     out.clear();
+    out.reserve(words);
     for (size_t i = 0; i < words; ++i) {
         const size_t at = layout.firstData + 2 * i;
         const uint8_t high = at < response.size() ? response[at] : 0;

@@ -93,6 +93,17 @@ public:
     uint16_t ListeningPort() const { return platform::LocalPort(sockets[1]); }
 
 private:
+    // Bytes read from a TCP socket and not yet taken. A receive takes whatever has arrived, so a
+    // whole response (or request) usually costs one recv; what is left waits for the next frame.
+    struct TcpReceiveBuffer {
+        uint8_t data[1024];
+        size_t begin = 0;
+        size_t end = 0;
+    };
+    // Appends exactly n bytes of the stream to `out`: TcpRecvExact's receive with its RX and
+    // error lines, served from the buffer first.
+    bool TcpReceive(SOCKET s, TcpReceiveBuffer& buffer, Modbus::Bytes& out, size_t n);
+
     bool ConnectTcpMaster();
     bool OpenSerialMaster();
     bool StartTcpSlave();
@@ -111,6 +122,8 @@ private:
     bool IsTcp() const { return config.transport == 0; }
     bool CanRunMasterOperation() const { return connected.load() && config.role == 0; }
     void Log(const std::string& line) const;
+    // "TX: "/"RX: " and the hex dump, formatted only when a log callback listens.
+    void LogFrame(const char* prefix, const uint8_t* data, size_t length) const;
     void Log(const char* english, const char* german) const;
     std::string Text(const char* english, const char* german) const;
 
@@ -125,6 +138,10 @@ private:
     std::atomic<bool> running{false};
     std::thread serverThread;
     uint32_t transactionCounter = 0;
+    TcpReceiveBuffer masterReceive;
+    // The peer as the trace frames carry it, made once per Connect.
+    std::string tracePeerText;
+    uint32_t tracePeerAddress = 0;
     SlaveRegisterImage image;
     LogCallback onLog;
     RegisterChangedCallback registerChanged;

@@ -1,4 +1,6 @@
 // Modbus TCP: one send of the whole request, exact-length receives of the MBAP header and body.
+#include <algorithm>
+
 #include "common/localizer.h"
 #include "protocol/modbus_client.h"
 
@@ -14,7 +16,7 @@ bool ModbusClient::TcpSend(SOCKET s, const uint8_t* data, size_t length) {
         Log(Text("TCP send error: ", "TCP send Fehler: ") + std::to_string(platform::LastSocketError()));
         return false;
     }
-    Log("TX: " + HexDump(data, length));
+    LogFrame("TX: ", data, length);
     return true;
 }
 
@@ -30,32 +32,53 @@ bool ModbusClient::TcpRecvExact(SOCKET s, Modbus::Bytes& out, size_t n) {
         }
         received += static_cast<size_t>(got);
     }
-    Log("RX: " + HexDump(out));
+    LogFrame("RX: ", out.data(), out.size());
+    return true;
+}
+
+bool ModbusClient::TcpReceive(SOCKET s, TcpReceiveBuffer& buffer, Modbus::Bytes& out, size_t n) {
+    const size_t first = out.size();
+    size_t missing = n;
+    while (missing > 0) {
+        if (buffer.begin == buffer.end) {
+            buffer.begin = buffer.end = 0;
+            const int got = platform::Recv(s, buffer.data, sizeof buffer.data);
+            if (got < 1) {
+                Log(Text("TCP recv error: ", "TCP recv Fehler: ") + std::to_string(platform::LastSocketError()));
+                return false;
+            }
+            buffer.end = static_cast<size_t>(got);
+        }
+        const size_t take = std::min(missing, buffer.end - buffer.begin);
+        out.insert(out.end(), buffer.data + buffer.begin, buffer.data + buffer.begin + take);
+        buffer.begin += take;
+        missing -= take;
+    }
+    LogFrame("RX: ", out.data() + first, n);
     return true;
 }
 
 bool ModbusClient::TcpTransaction(const Modbus::Bytes& request, Modbus::Bytes& response) {
     SOCKET s = sockets[0];
     if (!TcpSend(s, request.data(), request.size())) return false;
-    Modbus::Bytes header;
-    if (!TcpRecvExact(s, header, 6)) return false;
-    const size_t length = (static_cast<size_t>(header[4]) << 8) | header[5];
-    Modbus::Bytes body;
-    if (!TcpRecvExact(s, body, length)) return false;
+    // Header and body are received (and logged) as two pieces, as the MBAP length frames them, but
+    // usually with a single recv between them.
+    Modbus::Bytes frame;
+    frame.reserve(6 + 256);
+    if (!TcpReceive(s, masterReceive, frame, 6)) return false;
+    const size_t length = (static_cast<size_t>(frame[4]) << 8) | frame[5];
+    if (!TcpReceive(s, masterReceive, frame, length)) return false;
 
     // Devices in the field send FC03/FC04 responses whose MBAP length is too small for the byte
     // count they carry; the rest is still on the stream. Read it and mend the length field.
-    if (body.size() >= 3 && (body[1] == 3 || body[1] == 4)) {
-        const size_t expected = static_cast<size_t>(body[2]) + 3;
-        if (body.size() < expected) {
-            Modbus::Bytes rest;
-            if (!TcpRecvExact(s, rest, expected - body.size())) return false;
-            body.insert(body.end(), rest.begin(), rest.end());
-            header[4] = static_cast<uint8_t>(body.size() >> 8);
-            header[5] = static_cast<uint8_t>(body.size() & 0xFF);
+    if (length >= 3 && (frame[7] == 3 || frame[7] == 4)) {
+        const size_t expected = static_cast<size_t>(frame[8]) + 3;
+        if (length < expected) {
+            if (!TcpReceive(s, masterReceive, frame, expected - length)) return false;
+            frame[4] = static_cast<uint8_t>(expected >> 8);
+            frame[5] = static_cast<uint8_t>(expected & 0xFF);
         }
     }
-    response = std::move(header);
-    response.insert(response.end(), body.begin(), body.end());
+    response = std::move(frame);
     return true;
 }

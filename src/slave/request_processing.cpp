@@ -28,11 +28,6 @@ uint16_t Word(const Modbus::Bytes& bytes, size_t at) {
     return static_cast<uint16_t>((bytes[at] << 8) | bytes[at + 1]);
 }
 
-void AppendWord(Modbus::Bytes& out, uint16_t value) {
-    out.push_back(static_cast<uint8_t>(value >> 8));
-    out.push_back(static_cast<uint8_t>(value & 0xFF));
-}
-
 // False for a frame too short to carry a unit id and a function code.
 bool DecodeFrame(const Modbus::Bytes& frame, bool isTcp, Request& request) {
     request.isTcp = isTcp;
@@ -72,16 +67,14 @@ std::string HexLower(uint8_t value) {
     return text;
 }
 
-Modbus::Bytes BitsResponse(const std::vector<bool>& bits) {
-    Modbus::Bytes data{static_cast<uint8_t>((bits.size() + 7) / 8)};
-    const Modbus::Bytes packed = PackBits(bits);
-    data.insert(data.end(), packed.begin(), packed.end());
-    return data;
-}
-
-Modbus::Bytes RegistersResponse(const std::vector<uint16_t>& values) {
-    Modbus::Bytes data{static_cast<uint8_t>((2 * values.size()) & 0xFF)};
-    for (uint16_t value : values) AppendWord(data, value);
+// Read responses: the byte count, then the data the image appends. The byte count of a register
+// read is 2 x count in 8 bits.
+template <typename AppendData>
+Modbus::Bytes ReadResponse(size_t byteCount, AppendData appendData) {
+    Modbus::Bytes data;
+    data.reserve(1 + byteCount);
+    data.push_back(static_cast<uint8_t>(byteCount & 0xFF));
+    appendData(data);
     return data;
 }
 
@@ -141,35 +134,45 @@ void ModbusClient::ProcessRequest(const Modbus::Bytes& frame, SOCKET client) {
         SendException(request.isTcp, client, request.transactionId, request.unitId, fc, exceptionInjectionCode);
         return;
     }
-    const Modbus::Bytes echo(pdu.begin(), pdu.begin() + 4);
+    // The first four PDU bytes, which the write responses echo.
+    const auto echo = [&pdu] { return Modbus::Bytes(pdu.begin(), pdu.begin() + 4); };
 
     switch (fc) {
         case 1: {
             const uint16_t count = std::min(quantity, kMaxReadBits);
-            respond(BitsResponse(image.GetCoils(start, count)));
-            Log(Text("Slave: FC01 Coils read from ", "Slave: FC01 Coils gelesen ab ") + std::to_string(start) +
-                ", n=" + std::to_string(count));
+            respond(ReadResponse((count + 7u) / 8u, [&](Modbus::Bytes& d) { image.AppendCoilsPacked(start, count, d); }));
+            if (onLog) {
+                Log(Text("Slave: FC01 Coils read from ", "Slave: FC01 Coils gelesen ab ") + std::to_string(start) +
+                    ", n=" + std::to_string(count));
+            }
             break;
         }
-        case 2:
-            respond(BitsResponse(image.GetDiscreteInputs(start, std::min(quantity, kMaxReadBits))));
+        case 2: {
+            const uint16_t count = std::min(quantity, kMaxReadBits);
+            respond(ReadResponse((count + 7u) / 8u,
+                                 [&](Modbus::Bytes& d) { image.AppendDiscreteInputsPacked(start, count, d); }));
             break;
+        }
         case 3: {
             const uint16_t count = std::min(quantity, kMaxReadRegisters);
-            respond(RegistersResponse(image.GetHoldingRegisters(start, count)));
-            Log(Text("Slave: FC03 read from ", "Slave: FC03 gelesen ab ") + std::to_string(start) +
-                ", n=" + std::to_string(count));
+            respond(ReadResponse(2u * count, [&](Modbus::Bytes& d) { image.AppendHoldingRegisterBytes(start, count, d); }));
+            if (onLog) {
+                Log(Text("Slave: FC03 read from ", "Slave: FC03 gelesen ab ") + std::to_string(start) + ", n=" +
+                    std::to_string(count));
+            }
             break;
         }
-        case 4:
-            respond(RegistersResponse(image.GetInputRegisters(start, std::min(quantity, kMaxReadRegisters))));
+        case 4: {
+            const uint16_t count = std::min(quantity, kMaxReadRegisters);
+            respond(ReadResponse(2u * count, [&](Modbus::Bytes& d) { image.AppendInputRegisterBytes(start, count, d); }));
             break;
+        }
         case 5: {
             const bool on = quantity == 0xFF00;  // every other value, 0x0000 included, means off
             const std::vector<bool> value{on};
             image.SetCoils(start, value);
             if (coilsChanged) coilsChanged(start, value);
-            respond(echo);
+            respond(echo());
             Log("Slave: FC05 Coil " + std::to_string(start) + " = " + (on ? "ON" : "OFF"));
             break;
         }
@@ -177,7 +180,7 @@ void ModbusClient::ProcessRequest(const Modbus::Bytes& frame, SOCKET client) {
             const std::vector<uint16_t> value{quantity};
             image.SetHoldingRegisters(start, value);
             if (registerChanged) registerChanged(start, value);
-            respond(echo);
+            respond(echo());
             Log("Slave: FC06 Register " + std::to_string(start) + " = " + std::to_string(quantity));
             break;
         }
@@ -185,7 +188,7 @@ void ModbusClient::ProcessRequest(const Modbus::Bytes& frame, SOCKET client) {
             const std::vector<bool> bits = CoilsFromRequest(pdu, quantity);
             image.SetCoils(start, bits);
             if (coilsChanged) coilsChanged(start, bits);
-            respond(echo);
+            respond(echo());
             Log("Slave: FC0F " + std::to_string(quantity) + Text(" Coils from ", " Coils ab ") + std::to_string(start));
             break;
         }
@@ -193,9 +196,11 @@ void ModbusClient::ProcessRequest(const Modbus::Bytes& frame, SOCKET client) {
             const std::vector<uint16_t> values = RegistersFromRequest(pdu);
             image.SetHoldingRegisters(start, values);
             if (registerChanged) registerChanged(start, values);
-            respond(echo);
-            Log(Text("Slave: FC10 written from ", "Slave: FC10 geschrieben ab ") + std::to_string(start) +
-                ", n=" + std::to_string(quantity));
+            respond(echo());
+            if (onLog) {
+                Log(Text("Slave: FC10 written from ", "Slave: FC10 geschrieben ab ") + std::to_string(start) +
+                    ", n=" + std::to_string(quantity));
+            }
             break;
         }
     }

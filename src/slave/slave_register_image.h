@@ -1,8 +1,10 @@
 #pragma once
-// The slave's local image of coils and registers: four sparse ordered maps behind one mutex. Every
-// address 0..65535 is valid, an address never written reads as 0, and blocks wrap at 65536.
+// The slave's local image of coils and registers: four tables behind one mutex. Every address
+// 0..65535 is valid, an address never written reads as 0, and blocks wrap at 65536. A table is a
+// flat array of all 65,536 values, allocated on its first write (so a connection that never serves
+// costs nothing, and the two tables the program never writes stay empty): a read of 2,000 coils is
+// then one pass over contiguous memory rather than a walk through 2,000 tree nodes.
 #include <cstdint>
-#include <map>
 #include <mutex>
 #include <vector>
 
@@ -15,10 +17,18 @@ public:
     std::vector<uint16_t> GetHoldingRegisters(uint16_t start, uint16_t count) const;
     std::vector<uint16_t> GetInputRegisters(uint16_t start, uint16_t count) const;
 
+    // The same reads, appended to `out` as a response carries them: bits packed least significant
+    // first in ceil(count / 8) bytes; registers high byte first.
+    void AppendCoilsPacked(uint16_t start, uint16_t count, std::vector<uint8_t>& out) const;
+    void AppendDiscreteInputsPacked(uint16_t start, uint16_t count, std::vector<uint8_t>& out) const;
+    void AppendHoldingRegisterBytes(uint16_t start, uint16_t count, std::vector<uint8_t>& out) const;
+    void AppendInputRegisterBytes(uint16_t start, uint16_t count, std::vector<uint8_t>& out) const;
+
 private:
     mutable std::mutex mutex_;
-    std::map<uint16_t, bool> coils_;
-    std::map<uint16_t, bool> discreteInputs_;
-    std::map<uint16_t, uint16_t> holdingRegisters_;
-    std::map<uint16_t, uint16_t> inputRegisters_;
+    // Empty until the first write, then 65,536 entries indexed by address.
+    std::vector<uint8_t> coils_;
+    std::vector<uint8_t> discreteInputs_;
+    std::vector<uint16_t> holdingRegisters_;
+    std::vector<uint16_t> inputRegisters_;
 };

@@ -62,6 +62,7 @@ void ModbusClient::TcpServerLoop() {
             sockets[2].store(client);
         }
         platform::SetReceiveTimeout(client, kClientIdleMs);
+        platform::SetNoDelay(client);
         ServeTcpClient(client);
         // Disconnect may have closed the socket already (Windows); whoever takes it out closes it.
         SOCKET open = INVALID_SOCKET;
@@ -76,16 +77,17 @@ void ModbusClient::TcpServerLoop() {
 }
 
 void ModbusClient::ServeTcpClient(SOCKET client) {
-    // Strictly one request after another: the response goes out before the next header is read.
+    // Strictly one request after another: the response goes out before the next request is taken.
     // Any failed receive, the idle time-out included, ends the client.
+    TcpReceiveBuffer received;
+    Modbus::Bytes frame;
+    frame.reserve(6 + kMaxMbapLength);
     while (running.load()) {
-        Modbus::Bytes frame;
-        if (!TcpRecvExact(client, frame, 6)) return;
+        frame.clear();
+        if (!TcpReceive(client, received, frame, 6)) return;
         const size_t length = (static_cast<size_t>(frame[4]) << 8) | frame[5];
         if (length == 0 || length > kMaxMbapLength) return;
-        Modbus::Bytes body;
-        if (!TcpRecvExact(client, body, length)) return;
-        frame.insert(frame.end(), body.begin(), body.end());
+        if (!TcpReceive(client, received, frame, length)) return;
         ProcessRequest(frame, client);
     }
 }

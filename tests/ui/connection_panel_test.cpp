@@ -16,14 +16,8 @@ namespace {
 using namespace gui;
 namespace id = ui::id;
 
-class ConnectionPanel : public BothLanguages {
+class ConnectionPanel : public WindowTest {
 protected:
-    void SetUp() override { StartApp(Language()); }
-    void TearDown() override {
-        EXPECT_TRUE(CloseApp());
-        const auto counts = ui::PostedPayloadCounts();
-        EXPECT_EQ(counts.allocated, counts.freed);
-    }
     std::wstring Connected(const wchar_t* transportAndRole) const {
         return std::wstring(transportAndRole) + Lang(L" - Connected", L" - Verbunden");
     }

@@ -20,16 +20,11 @@ using namespace gui;
 namespace id = ui::id;
 using Bytes = std::vector<uint8_t>;
 
-class RegisterPage : public BothLanguages {
+class RegisterPage : public WindowTest {
 protected:
     void SetUp() override {
-        StartApp(Language());
+        WindowTest::SetUp();
         GlobalTraceLog().Clear();
-    }
-    void TearDown() override {
-        EXPECT_TRUE(CloseApp());
-        const auto counts = ui::PostedPayloadCounts();
-        EXPECT_EQ(counts.allocated, counts.freed);
     }
     // Connects the window as master to a fresh slave of ours. Our slave drops a client that stays
     // silent for 500 ms, so a test acts right after connecting.

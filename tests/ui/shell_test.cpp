@@ -23,15 +23,7 @@ namespace {
 using namespace gui;
 namespace id = ui::id;
 
-class Shell : public BothLanguages {
-protected:
-    void SetUp() override { StartApp(Language()); }
-    void TearDown() override {
-        EXPECT_TRUE(CloseApp());
-        const auto counts = ui::PostedPayloadCounts();
-        EXPECT_EQ(counts.allocated, counts.freed);
-    }
-};
+class Shell : public WindowTest {};
 
 TEST_P(Shell, WindowHasItsClassStyleAndA790By840ClientArea) {
     wchar_t className[64] = {};

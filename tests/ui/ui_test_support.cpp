@@ -5,6 +5,7 @@
 #include "gui_harness.h"
 #include "ui/app.h"
 #include "ui/control_ids.h"
+#include "ui/posted_messages.h"
 
 namespace gui {
 namespace {
@@ -119,6 +120,14 @@ TestSlave::TestSlave(uint8_t unitId, const std::string& comPort) {
 }
 
 TestSlave::~TestSlave() { slave_.Disconnect(); }
+
+void WindowTest::SetUp() { StartApp(Language()); }
+
+void WindowTest::TearDown() {
+    EXPECT_TRUE(CloseApp());
+    const auto counts = ui::PostedPayloadCounts();
+    EXPECT_EQ(counts.allocated, counts.freed);
+}
 
 std::string LanguageName(const testing::TestParamInfo<int>& info) { return info.param != 0 ? "English" : "German"; }
 

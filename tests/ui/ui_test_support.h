@@ -60,6 +60,14 @@ protected:
     std::string Prefix() const { return English() ? "en-" : "de-"; }
 };
 
+// A test on a freshly started window in the parameter's language; afterwards the window is closed
+// and every payload posted to it must have been freed.
+class WindowTest : public BothLanguages {
+protected:
+    void SetUp() override;
+    void TearDown() override;
+};
+
 std::string LanguageName(const testing::TestParamInfo<int>& info);
 
 }  // namespace gui

@@ -50,6 +50,11 @@ bool SetReuseAddress(SOCKET s) {
     return Check(setsockopt(s, SOL_SOCKET, SO_REUSEADDR, &on, sizeof on));
 }
 
+bool SetNoDelay(SOCKET s) {
+    const int on = 1;
+    return Check(setsockopt(s, IPPROTO_TCP, TCP_NODELAY, &on, sizeof on));
+}
+
 bool ConnectIpv4(SOCKET s, const std::string& ip, uint16_t port) {
     sockaddr_in address{};
     address.sin_family = AF_INET;

@@ -28,6 +28,11 @@ bool SetReuseAddress(SOCKET s) {
     return setsockopt(s, SOL_SOCKET, SO_REUSEADDR, reinterpret_cast<const char*>(&on), sizeof on) == 0;
 }
 
+bool SetNoDelay(SOCKET s) {
+    const BOOL on = TRUE;
+    return setsockopt(s, IPPROTO_TCP, TCP_NODELAY, reinterpret_cast<const char*>(&on), sizeof on) == 0;
+}
+
 bool ConnectIpv4(SOCKET s, const std::string& ip, uint16_t port) {
     sockaddr_in address{};
     address.sin_family = AF_INET;

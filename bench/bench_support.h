@@ -1,0 +1,83 @@
+#pragma once
+// Shared pieces of the Kestrel side of the benchmarks: the log callback the application would
+// install, one request of the four the throughput rows measure, the bench image, peak RSS.
+#include <sys/resource.h>
+
+#include <cstdio>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "protocol/modbus_client.h"
+
+extern "C" {
+#include "bench_request.h"
+}
+
+namespace bench {
+
+// A log callback as the application's: every line is copied to the heap and handed on (the
+// window posts a heap copy to its log and frees it there). The copies of the last 1,024 lines are
+// kept, each one freed when its slot is reused.
+class KeptLines {
+public:
+    KeptLines() : lines_(1024) {}
+    ModbusClient::LogCallback Callback() {
+        return [this](const std::string& line) {
+            lines_[count_ % lines_.size()] = std::make_unique<std::string>(line);
+            ++count_;
+        };
+    }
+    size_t Count() const { return count_; }
+
+private:
+    std::vector<std::unique_ptr<std::string>> lines_;
+    size_t count_ = 0;
+};
+
+// One transaction of the request; true when it went through with the expected data.
+inline bool RunRequest(ModbusClient& client, BenchRequest request, std::vector<uint16_t>& words,
+                       std::vector<bool>& bits, const std::vector<uint16_t>& writeValues) {
+    switch (request) {
+        case kFc03x10: return client.ReadHoldingRegisters(1, 0, 10, words) && words.size() == 10 && words[9] == 9;
+        case kFc03x125:
+            return client.ReadHoldingRegisters(1, 0, 125, words) && words.size() == 125 && words[124] == 124;
+        case kFc01x2000: return client.ReadCoils(1, 0, 2000, bits) && bits.size() == 2000 && bits[1998] && !bits[1999];
+        case kFc16x123: return client.WriteMultipleRegisters(1, 0, writeValues);
+        default: return false;
+    }
+}
+
+inline std::vector<uint16_t> WriteValues() {
+    std::vector<uint16_t> values(123);
+    for (size_t i = 0; i < values.size(); ++i) values[i] = static_cast<uint16_t>(i);
+    return values;
+}
+
+// The image both servers hold (bench_request.h).
+inline void FillBenchImage(SlaveRegisterImage& image) {
+    std::vector<uint16_t> registers(BENCH_REGISTERS);
+    for (size_t i = 0; i < registers.size(); ++i) registers[i] = static_cast<uint16_t>(i);
+    image.SetHoldingRegisters(0, registers);
+    std::vector<bool> coils(BENCH_COILS);
+    for (size_t i = 0; i < coils.size(); ++i) coils[i] = BenchCoil(static_cast<int>(i)) != 0;
+    image.SetCoils(0, coils);
+}
+
+inline long PeakRssKb() {
+    rusage usage{};
+    getrusage(RUSAGE_SELF, &usage);
+    return usage.ru_maxrss;
+}
+
+// Current resident set from /proc/self/statm, KiB.
+inline long CurrentRssKb() {
+    long pages = 0, resident = 0;
+    if (std::FILE* f = std::fopen("/proc/self/statm", "r")) {
+        if (std::fscanf(f, "%ld %ld", &pages, &resident) != 2) resident = 0;
+        std::fclose(f);
+    }
+    return resident * 4;
+}
+
+}  // namespace bench

@@ -1,0 +1,60 @@
+#!/usr/bin/env bash
+# Runs the libFuzzer targets of fuzz/ (clang, AddressSanitizer and UndefinedBehaviorSanitizer).
+#   tools/fuzz.sh TARGET SECONDS [RUNS]
+#                                  fuzz one target for that long, or until RUNS executions (TARGET:
+#                                  master, slave_tcp, slave_rtu, structures, decode, or all for
+#                                  each in turn)
+#   tools/fuzz.sh regress          run every target once over its seeds and its regression inputs
+# The seeds are fuzz/corpus/TARGET (kept in the repository); what the fuzzer adds goes to
+# build/fuzz-corpus/TARGET, a crash input to build/fuzz-artifacts/TARGET/. A crash input is moved to
+# fuzz/regressions/TARGET/ before the fault is fixed, so every later run replays it.
+# Exit status: 0 when nothing crashed. The last line of each run is libFuzzer's final statistics
+# (stat::number_of_executed_units is the number of executions).
+set -euo pipefail
+cd "$(dirname "$0")/.."
+
+targets=(master slave_tcp slave_rtu structures decode)
+what="${1:-}"
+seconds="${2:-20}"
+runs="${3:--1}"
+if [ -z "$what" ]; then
+  sed -n '2,13p' "$0"
+  exit 2
+fi
+
+cmake --preset fuzz >/dev/null
+cmake --build --preset fuzz --target $(printf 'fuzz_%s ' "${targets[@]}") >/dev/null
+
+run_regressions() {
+  local t=$1 inputs=()
+  inputs+=(fuzz/corpus/"$t"/*)
+  if compgen -G "fuzz/regressions/$t/*" >/dev/null; then inputs+=(fuzz/regressions/"$t"/*); fi
+  mkdir -p build/fuzz-artifacts/"$t"
+  echo "== fuzz_$t: ${#inputs[@]} seed and regression inputs, each once"
+  # Given files, libFuzzer runs each once; a crash ends it with a non-zero status.
+  build/fuzz/fuzz/fuzz_"$t" -runs=1 "${inputs[@]}" >build/fuzz-artifacts/"$t"/regress.log 2>&1 ||
+    { tail -n 60 build/fuzz-artifacts/"$t"/regress.log; return 1; }
+}
+
+run_fuzz() {
+  local t=$1 secs=$2
+  mkdir -p build/fuzz-corpus/"$t" build/fuzz-artifacts/"$t"
+  echo "== fuzz_$t for $secs s"
+  # -rss_limit_mb: a leak or a runaway allocation fails the run; -timeout: a hang of one input does.
+  build/fuzz/fuzz/fuzz_"$t" -max_total_time="$secs" -runs="$runs" -timeout=20 -rss_limit_mb=2048 -print_final_stats=1 \
+    -artifact_prefix=build/fuzz-artifacts/"$t"/ build/fuzz-corpus/"$t" fuzz/corpus/"$t" \
+    >build/fuzz-artifacts/"$t"/last-run.log 2>&1 || { tail -n 60 build/fuzz-artifacts/"$t"/last-run.log; return 1; }
+  grep -E '^(stat::number_of_executed_units|stat::average_exec_per_sec|stat::peak_rss_mb)' build/fuzz-artifacts/"$t"/last-run.log
+}
+
+status=0
+case "$what" in
+  regress)
+    for t in "${targets[@]}"; do run_regressions "$t" || status=1; done ;;
+  all)
+    for t in "${targets[@]}"; do run_regressions "$t" && run_fuzz "$t" "$seconds" || status=1; done ;;
+  *)
+    [[ " ${targets[*]} " == *" $what "* ]] || { echo "unknown target: $what" >&2; exit 2; }
+    run_regressions "$what" && run_fuzz "$what" "$seconds" || status=1 ;;
+esac
+exit $status
