@@ -21,14 +21,11 @@ namespace {
 using namespace gui;
 namespace id = ui::id;
 
-class PageTest : public BothLanguages {
+class PageTest : public WindowTest {
 protected:
-    void SetUp() override { StartApp(Language()); }
     void TearDown() override {
         ui::Alarms().SetClock(nullptr);
-        EXPECT_TRUE(CloseApp());
-        const auto counts = ui::PostedPayloadCounts();
-        EXPECT_EQ(counts.allocated, counts.freed);
+        WindowTest::TearDown();
     }
     SeenDialog LastDialog(size_t expectedCount) {
         PumpUntil([&] { return SeenDialogs().size() >= expectedCount; }, 3000);

@@ -25,14 +25,8 @@ namespace id = ui::id;
 
 constexpr const wchar_t* kDialogClass = L"KestrelSettingsDlg";
 
-class SettingsDialog : public BothLanguages {
+class SettingsDialog : public WindowTest {
 protected:
-    void SetUp() override { StartApp(Language()); }
-    void TearDown() override {
-        EXPECT_TRUE(CloseApp());
-        const auto counts = ui::PostedPayloadCounts();
-        EXPECT_EQ(counts.allocated, counts.freed);
-    }
     bool WithDialog(std::vector<DialogStep> steps) {
         return RunModal([] { Click(id::kSettings); }, kDialogClass, std::move(steps));
     }

@@ -24,16 +24,11 @@ namespace {
 using namespace gui;
 namespace id = ui::id;
 
-class StructuresPage : public BothLanguages {
+class StructuresPage : public WindowTest {
 protected:
     void SetUp() override {
-        StartApp(Language());
+        WindowTest::SetUp();
         SelectTab(ui::kStructuresPage);
-    }
-    void TearDown() override {
-        EXPECT_TRUE(CloseApp());
-        const auto counts = ui::PostedPayloadCounts();
-        EXPECT_EQ(counts.allocated, counts.freed);
     }
     HWND Structures() { return Control(id::kStructureList); }
     HWND Details() { return Control(id::kDetailList); }
