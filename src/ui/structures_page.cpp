@@ -13,6 +13,7 @@
 #include "ui/controls.h"
 #include "ui/detail_dialog.h"
 #include "ui/file_dialogs.h"
+#include "ui/list_view_rows.h"
 #include "ui/main_window.h"
 #include "ui/recording_controls.h"
 
@@ -101,43 +102,6 @@ void BuildLiveValuesGroup(ControlFactory& f) {
                           ES_MULTILINE | ES_READONLY | ES_AUTOVSCROLL | WS_VSCROLL);
 }
 
-// List-view rows: a row at the end with its first column and item data, then the other columns.
-int AppendRow(HWND list, const std::wstring& first, LPARAM data) {
-    LVITEMW item{};
-    item.mask = LVIF_TEXT | LVIF_PARAM;
-    item.iItem = static_cast<int>(SendMessageW(list, LVM_GETITEMCOUNT, 0, 0));
-    item.pszText = const_cast<wchar_t*>(first.c_str());
-    item.lParam = data;
-    return static_cast<int>(SendMessageW(list, LVM_INSERTITEMW, 0, reinterpret_cast<LPARAM>(&item)));
-}
-
-void SetCell(HWND list, int row, int column, const std::wstring& text) {
-    LVITEMW item{};
-    item.iSubItem = column;
-    item.pszText = const_cast<wchar_t*>(text.c_str());
-    SendMessageW(list, LVM_SETITEMTEXTW, static_cast<WPARAM>(row), reinterpret_cast<LPARAM>(&item));
-}
-
-int SelectedRow(HWND list) {
-    return static_cast<int>(SendMessageW(list, LVM_GETNEXTITEM, static_cast<WPARAM>(-1), LVNI_SELECTED));
-}
-
-LPARAM RowData(HWND list, int row) {
-    LVITEMW item{};
-    item.mask = LVIF_PARAM;
-    item.iItem = row;
-    SendMessageW(list, LVM_GETITEMW, 0, reinterpret_cast<LPARAM>(&item));
-    return item.lParam;
-}
-
-void SelectRow(HWND list, int row) {
-    LVITEMW item{};
-    item.stateMask = LVIS_SELECTED | LVIS_FOCUSED;
-    item.state = LVIS_SELECTED | LVIS_FOCUSED;
-    SendMessageW(list, LVM_SETITEMSTATE, static_cast<WPARAM>(row), reinterpret_cast<LPARAM>(&item));
-    SendMessageW(list, LVM_ENSUREVISIBLE, static_cast<WPARAM>(row), FALSE);
-}
-
 // The structure of the selected row of the structure list, if it is still in the store.
 std::optional<ModbusStructure> SelectedStructure() {
     const int row = SelectedRow(c.structures);
@@ -148,10 +112,10 @@ std::optional<ModbusStructure> SelectedStructure() {
 void FillStructureList() {
     SendMessageW(c.structures, LVM_DELETEALLITEMS, 0, 0);
     for (const ModbusStructure& s : Store().Structures()) {
-        const int row = AppendRow(c.structures, Wide(s.name), s.id);
-        SetCell(c.structures, row, 1, Wide(s.ip) + L":" + Decimal(s.port));
-        SetCell(c.structures, row, 2, Decimal(s.unitId));
-        SetCell(c.structures, row, 3, Decimal(static_cast<long long>(s.details.size())));
+        AppendRow(c.structures,
+                  {Wide(s.name), Wide(s.ip) + L":" + Decimal(s.port), Decimal(s.unitId),
+                   Decimal(static_cast<long long>(s.details.size()))},
+                  s.id);
     }
 }
 
@@ -160,11 +124,10 @@ void FillDetailList(int32_t structureId) {
     const std::optional<ModbusStructure> s = Store().FindStructure(structureId);
     if (!s) return;
     for (const Modbus::ModbusDetail& d : s->details) {
-        const int row = AppendRow(c.details, Wide(d.name), d.id);
-        SetCell(c.details, row, 1, Wide(Modbus::DataTypeName(d.dataType)));
-        SetCell(c.details, row, 2, Decimal(d.registerAddress));
-        SetCell(c.details, row, 3, FunctionCodeText(d.functionCode));
-        SetCell(c.details, row, 4, Wide(d.unit));
+        AppendRow(c.details,
+                  {Wide(d.name), Wide(Modbus::DataTypeName(d.dataType)), Decimal(d.registerAddress),
+                   FunctionCodeText(d.functionCode), Wide(d.unit)},
+                  d.id);
     }
 }
 
