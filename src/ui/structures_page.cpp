@@ -4,6 +4,7 @@
 
 #include <exception>
 #include <optional>
+#include <stdexcept>
 
 #include "platform/file_io.h"
 #include "polling/structure_polling.h"
@@ -166,6 +167,19 @@ void ReportDamagedFile() {
     ShowMessage(App().mainWindow, text, T("Structures file", "Strukturdatei"), MB_OK | MB_ICONWARNING);
 }
 
+// What the reader's conversion error means to a user, with the error's own text for the details.
+std::wstring ProblemText(const std::exception& error) {
+    std::wstring meaning;
+    if (dynamic_cast<const std::out_of_range*>(&error) != nullptr) {
+        meaning = T("a number is too large", "eine Zahl ist zu gro\u00df");
+    } else if (dynamic_cast<const std::invalid_argument*>(&error) != nullptr) {
+        meaning = T("a value that must be a number is not one", "ein Wert, der eine Zahl sein muss, ist keine");
+    } else {
+        return Wide(error.what());
+    }
+    return meaning + L" (" + Wide(error.what()) + L")";
+}
+
 // Reads the structures file. The store's reader throws on a number it cannot convert; what was
 // read before stays, and the user is told which file is damaged and why. True when it was read
 // completely (or is missing).
@@ -179,7 +193,7 @@ bool ReadStructuresFile() {
         damagedFileMessage =
             T("The structures file could not be read completely:\n",
               "Die Strukturdatei konnte nicht vollst\u00e4ndig gelesen werden:\n") +
-            FilePathForMessage() + L"\n\n" + T("Problem: ", "Problem: ") + Wide(error.what()) + L"\n\n" +
+            FilePathForMessage() + L"\n\n" + T("Problem: ", "Problem: ") + ProblemText(error) + L"\n\n" +
             T("The structures read before the error are shown. The file stays as it is until you change a "
               "structure.",
               "Die bis zum Fehler gelesenen Strukturen werden angezeigt. Die Datei bleibt unver\u00e4ndert, bis Sie "
