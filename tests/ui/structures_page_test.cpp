@@ -133,7 +133,9 @@ TEST_P(StructuresPage, ShowsItsControlsAtTheirPlacesInTheLanguage) {
         EXPECT_EQ(r.left, 712);
         EXPECT_EQ(r.right - r.left, 58);
         EXPECT_EQ(r.bottom - r.top, 24);
-        if (button == id::kStructureNew) EXPECT_EQ(r.top, 201);
+        if (button == id::kStructureNew) {
+            EXPECT_EQ(r.top, 201);
+        }
         EXPECT_GE(r.top, previousBottom);
         previousBottom = r.bottom;
     }
