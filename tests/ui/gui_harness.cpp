@@ -186,10 +186,12 @@ void SelectTab(int page) {
 void Pump(int milliseconds) {
     const DWORD deadline = GetTickCount() + static_cast<DWORD>(milliseconds);
     MSG message;
-    // The deadline bounds the inner loop too: a poll posting lines and a timer falling due can keep
-    // the queue from ever running empty on a slow machine.
+    // What is queued is handled even when that takes longer than asked for, but within a bound: a
+    // poll posting lines and a timer falling due can keep the queue from ever running empty on a
+    // slow machine.
+    const DWORD drainLimit = deadline + 2000;
     do {
-        while (GetTickCount() < deadline && PeekMessageW(&message, nullptr, 0, 0, PM_REMOVE)) {
+        while (GetTickCount() < drainLimit && PeekMessageW(&message, nullptr, 0, 0, PM_REMOVE)) {
             TranslateMessage(&message);
             DispatchMessageW(&message);
         }
