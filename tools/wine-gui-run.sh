@@ -14,14 +14,21 @@ export WINEDLLOVERRIDES="mscoree,mshtml="
 export WINEARCH=win64
 mkdir -p "$WINEPREFIX"
 
-# One GUI run at a time in this prefix.
+# One GUI run at a time in this prefix. Nothing started below inherits the lock's descriptor
+# (7>&-): a run killed from outside (a test time-out) must not leave its lock held by a
+# wineserver or an X server that outlives it.
 exec 7>"$WINEPREFIX.runlock"
-flock 7
+if ! flock -w 1200 7; then
+  echo "wine-gui-run: $WINEPREFIX has been busy for 20 minutes; giving up" >&2
+  exit 1
+fi
+# Holding the lock, any wineserver of this prefix is left over from a run that was killed.
+wineserver -k >/dev/null 2>&1 7>&- || true
 
 xvfb_pid=""
 socat_pid=""
 stop_all() {
-  wineserver -k >/dev/null 2>&1 || true
+  wineserver -k >/dev/null 2>&1 7>&- || true
   if [ -n "$xvfb_pid" ]; then kill "$xvfb_pid" 2>/dev/null; wait "$xvfb_pid" 2>/dev/null; fi
   if [ -n "$socat_pid" ]; then kill "$socat_pid" 2>/dev/null; wait "$socat_pid" 2>/dev/null; fi
 }
@@ -31,7 +38,7 @@ start_xvfb() {
   local n
   for n in $(seq 90 189); do
     [ -e "/tmp/.X$n-lock" ] && continue
-    timeout 3600 Xvfb ":$n" -screen 0 1280x1024x24 -nolisten tcp >/dev/null 2>&1 </dev/null &
+    timeout 3600 Xvfb ":$n" -screen 0 1280x1024x24 -nolisten tcp >/dev/null 2>&1 </dev/null 7>&- &
     xvfb_pid=$!
     for _ in $(seq 1 100); do
       [ -S "/tmp/.X11-unix/X$n" ] && { export DISPLAY=":$n"; return 0; }
@@ -49,11 +56,11 @@ bootstrap() {
   # Caption buttons are drawn with Marlett; it must be there when the prefix registers its fonts.
   mkdir -p "$WINEPREFIX/drive_c/windows/Fonts"
   cp -f /usr/share/wine/fonts/marlett.ttf "$WINEPREFIX/drive_c/windows/Fonts/" 2>/dev/null || true
-  wineboot -i >/dev/null 2>&1 </dev/null
-  wine reg add 'HKCU\Software\Wine\WineDbg' /v ShowCrashDialog /t REG_DWORD /d 0 /f >/dev/null 2>&1 </dev/null
-  wine reg add 'HKCU\Software\Wine\Explorer' /v Desktop /d Default /f >/dev/null 2>&1 </dev/null
-  wine reg add 'HKCU\Software\Wine\Explorer\Desktops' /v Default /d 1280x1024 /f >/dev/null 2>&1 </dev/null
-  wineserver -w
+  wineboot -i >/dev/null 2>&1 </dev/null 7>&-
+  wine reg add 'HKCU\Software\Wine\WineDbg' /v ShowCrashDialog /t REG_DWORD /d 0 /f >/dev/null 2>&1 </dev/null 7>&-
+  wine reg add 'HKCU\Software\Wine\Explorer' /v Desktop /d Default /f >/dev/null 2>&1 </dev/null 7>&-
+  wine reg add 'HKCU\Software\Wine\Explorer\Desktops' /v Default /d 1280x1024 /f >/dev/null 2>&1 </dev/null 7>&-
+  wineserver -w 7>&-
   touch "$WINEPREFIX/.kestrel-gui-ready"
 }
 
@@ -61,7 +68,7 @@ map_com_pair() {
   local dir="$WINEPREFIX/ptys"
   mkdir -p "$dir" "$WINEPREFIX/dosdevices"
   rm -f "$dir/ttyA" "$dir/ttyB"
-  timeout 3600 socat pty,raw,echo=0,link="$dir/ttyA" pty,raw,echo=0,link="$dir/ttyB" >/dev/null 2>&1 </dev/null &
+  timeout 3600 socat pty,raw,echo=0,link="$dir/ttyA" pty,raw,echo=0,link="$dir/ttyB" >/dev/null 2>&1 </dev/null 7>&- &
   socat_pid=$!
   for _ in $(seq 1 100); do
     [ -e "$dir/ttyA" ] && [ -e "$dir/ttyB" ] && break
@@ -75,6 +82,6 @@ map_com_pair() {
 start_xvfb
 bootstrap
 map_com_pair
-wineserver -p >/dev/null 2>&1 </dev/null
-wine cmd /c exit 0 >/dev/null 2>&1 </dev/null
-wine "$@"
+wineserver -p >/dev/null 2>&1 </dev/null 7>&-
+wine cmd /c exit 0 >/dev/null 2>&1 </dev/null 7>&-
+wine "$@" 7>&-

@@ -8,6 +8,7 @@
 #include "ui/app.h"
 #include "ui/control_ids.h"
 #include "ui/controls.h"
+#include "ui/list_view_rows.h"
 
 namespace ui::alarms_page {
 namespace {
@@ -17,24 +18,13 @@ struct Controls {
 } c{};
 
 void AppendAlarmRow(const Modbus::AlarmEvent& event) {
-    const std::wstring cells[5] = {Wide(Modbus::FormatAlarmTime(event.timestamp)),
-                                   Wide(Modbus::AlarmKindName(event.type)), Wide(event.detailName),
-                                   Wide(event.message), event.acknowledged ? T("Yes", "Ja") : T("No", "Nein")};
-    LVITEMW item{};
-    item.mask = LVIF_TEXT;
-    item.iItem = static_cast<int>(SendMessageW(c.alarms, LVM_GETITEMCOUNT, 0, 0));
-    item.pszText = const_cast<wchar_t*>(cells[0].c_str());
-    const int row = static_cast<int>(SendMessageW(c.alarms, LVM_INSERTITEMW, 0, reinterpret_cast<LPARAM>(&item)));
-    for (int column = 1; column < 5; ++column) {
-        LVITEMW cell{};
-        cell.iSubItem = column;
-        cell.pszText = const_cast<wchar_t*>(cells[column].c_str());
-        SendMessageW(c.alarms, LVM_SETITEMTEXTW, static_cast<WPARAM>(row), reinterpret_cast<LPARAM>(&cell));
-    }
+    AppendRow(c.alarms, {Wide(Modbus::FormatAlarmTime(event.timestamp)), Wide(Modbus::AlarmKindName(event.type)),
+                         Wide(event.detailName), Wide(event.message),
+                         event.acknowledged ? T("Yes", "Ja") : T("No", "Nein")});
 }
 
 void AcknowledgeSelected() {
-    const int row = static_cast<int>(SendMessageW(c.alarms, LVM_GETNEXTITEM, static_cast<WPARAM>(-1), LVNI_SELECTED));
+    const int row = SelectedRow(c.alarms);
     // Rows and events correspond by position; a row beyond the events (a stale list) does nothing.
     if (row >= 0) Alarms().Acknowledge(static_cast<size_t>(row));
 }

@@ -14,6 +14,7 @@
 #include "ui/control_ids.h"
 #include "ui/controls.h"
 #include "ui/file_dialogs.h"
+#include "ui/list_view_rows.h"
 
 namespace ui::diagnostics_page {
 namespace {
@@ -40,23 +41,9 @@ std::wstring FunctionCodeColumn(const Modbus::TraceFrame& frame) {
 }
 
 void AppendFrameRow(const Modbus::TraceFrame& frame) {
-    const std::wstring cells[6] = {Decimal(frame.timestamp),
-                                   Wide(Modbus::TraceAddressText(frame)),
-                                   Decimal(Modbus::TraceUnitId(frame)),
-                                   FunctionCodeColumn(frame),
-                                   Decimal(frame.latencyMs),
-                                   StatusText(frame)};
-    LVITEMW item{};
-    item.mask = LVIF_TEXT;
-    item.iItem = static_cast<int>(SendMessageW(c.frames, LVM_GETITEMCOUNT, 0, 0));
-    item.pszText = const_cast<wchar_t*>(cells[0].c_str());
-    const int row = static_cast<int>(SendMessageW(c.frames, LVM_INSERTITEMW, 0, reinterpret_cast<LPARAM>(&item)));
-    for (int column = 1; column < 6; ++column) {
-        LVITEMW cell{};
-        cell.iSubItem = column;
-        cell.pszText = const_cast<wchar_t*>(cells[column].c_str());
-        SendMessageW(c.frames, LVM_SETITEMTEXTW, static_cast<WPARAM>(row), reinterpret_cast<LPARAM>(&cell));
-    }
+    AppendRow(c.frames, {Decimal(frame.timestamp), Wide(Modbus::TraceAddressText(frame)),
+                         Decimal(Modbus::TraceUnitId(frame)), FunctionCodeColumn(frame), Decimal(frame.latencyMs),
+                         StatusText(frame)});
 }
 
 std::wstring StatisticsLine(const Modbus::CommStatistics& s) {

@@ -144,12 +144,22 @@ void OnPollResults(WPARAM wParam, LPARAM lParam) {
     }
 }
 
+// Alarm and trace messages carry nothing: the page reads the engine or the trace log as they are
+// now, so the same messages still queued behind this one would show nothing new and are dropped.
+void DropQueued(UINT message) {
+    MSG queued;
+    for (int i = 0; i < 10000 && PeekMessageW(&queued, App().mainWindow, message, message, PM_REMOVE | PM_NOYIELD); ++i) {
+    }
+}
+
 void OnAlarm() {
+    DropQueued(WM_APP_ALARM);
     if (CurrentPage() == kAlarmsPage) alarms_page::Refresh();
     alarms_page::RefreshCounter();
 }
 
 void OnTrace() {
+    DropQueued(WM_APP_TRACE);
     // Frames arriving while another page is shown cost nothing here.
     if (CurrentPage() == kDiagnosticsPage) diagnostics_page::Refresh();
 }

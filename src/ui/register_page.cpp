@@ -13,6 +13,9 @@
 namespace ui::register_page {
 namespace {
 
+// At most this many queued log lines are taken at once.
+constexpr int kLinesPerAppend = 1000;
+
 struct Controls {
     HWND writeFunction, writeAddress, values[4], write;
     HWND readFunction, readAddress, count, read, dataType, byteOrder, scale, offset, decoded, registers[4];
@@ -356,14 +359,29 @@ void OnPollResults(const PollResults& results) {
 void AppendLog(const std::wstring& text) {
     // A request made on this thread has posted the connection's own lines (TX, RX, errors); they
     // are still queued, and go in first, so the log reads in the order things happened.
+    std::wstring lines;
     MSG message;
-    while (PeekMessageW(&message, App().mainWindow, WM_APP_LOG, WM_APP_LOG, PM_REMOVE)) {
-        if (const auto line = TakeLogLine(message.lParam)) AppendPostedLine(*line);
+    for (int i = 0; i < kLinesPerAppend && PeekMessageW(&message, App().mainWindow, WM_APP_LOG, WM_APP_LOG, PM_REMOVE);
+         ++i) {
+        if (const auto line = TakeLogLine(message.lParam)) lines += *line;
     }
-    QueueLogText(text);
+    QueueLogText(lines + text);
 }
 
-void AppendPostedLine(const std::wstring& text) { QueueLogText(text); }
+void AppendPostedLine(const std::wstring& text) {
+    // Lines come in bursts (a slave logs four per request, a poll two per detail). The burst's
+    // lines that wait next in the queue are taken with this one, in the order posted, instead of
+    // one trip through the message loop each.
+    std::wstring lines = text;
+    MSG next;
+    for (int i = 0; i < kLinesPerAppend && PeekMessageW(&next, App().mainWindow, 0, 0, PM_NOREMOVE | PM_NOYIELD) &&
+                    next.message == WM_APP_LOG;
+         ++i) {
+        PeekMessageW(&next, App().mainWindow, WM_APP_LOG, WM_APP_LOG, PM_REMOVE | PM_NOYIELD);
+        if (const auto line = TakeLogLine(next.lParam)) lines += *line;
+    }
+    QueueLogText(lines);
+}
 
 void EnableConnectionButtons(bool write, bool read, bool pollStart) {
     Enable(c.write, write);

@@ -24,7 +24,7 @@ void OnPollResults(const PollResults& results);  // WM_APP_POLL_RESULTS, wParam 
 // comes round or before the control handles its next message (a read of its text included).
 // A line of the window's own (a handler's result): the lines still queued go in before it.
 void AppendLog(const std::wstring& text);
-// A line that came as WM_APP_LOG, in the order it was posted.
+// A line that came as WM_APP_LOG, with the lines queued right behind it, in the order posted.
 void AppendPostedLine(const std::wstring& text);
 
 // Set by the connection panel on connect and disconnect.

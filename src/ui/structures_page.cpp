@@ -4,6 +4,7 @@
 
 #include <exception>
 #include <optional>
+#include <stdexcept>
 
 #include "platform/file_io.h"
 #include "polling/structure_polling.h"
@@ -13,6 +14,7 @@
 #include "ui/controls.h"
 #include "ui/detail_dialog.h"
 #include "ui/file_dialogs.h"
+#include "ui/list_view_rows.h"
 #include "ui/main_window.h"
 #include "ui/recording_controls.h"
 
@@ -101,43 +103,6 @@ void BuildLiveValuesGroup(ControlFactory& f) {
                           ES_MULTILINE | ES_READONLY | ES_AUTOVSCROLL | WS_VSCROLL);
 }
 
-// List-view rows: a row at the end with its first column and item data, then the other columns.
-int AppendRow(HWND list, const std::wstring& first, LPARAM data) {
-    LVITEMW item{};
-    item.mask = LVIF_TEXT | LVIF_PARAM;
-    item.iItem = static_cast<int>(SendMessageW(list, LVM_GETITEMCOUNT, 0, 0));
-    item.pszText = const_cast<wchar_t*>(first.c_str());
-    item.lParam = data;
-    return static_cast<int>(SendMessageW(list, LVM_INSERTITEMW, 0, reinterpret_cast<LPARAM>(&item)));
-}
-
-void SetCell(HWND list, int row, int column, const std::wstring& text) {
-    LVITEMW item{};
-    item.iSubItem = column;
-    item.pszText = const_cast<wchar_t*>(text.c_str());
-    SendMessageW(list, LVM_SETITEMTEXTW, static_cast<WPARAM>(row), reinterpret_cast<LPARAM>(&item));
-}
-
-int SelectedRow(HWND list) {
-    return static_cast<int>(SendMessageW(list, LVM_GETNEXTITEM, static_cast<WPARAM>(-1), LVNI_SELECTED));
-}
-
-LPARAM RowData(HWND list, int row) {
-    LVITEMW item{};
-    item.mask = LVIF_PARAM;
-    item.iItem = row;
-    SendMessageW(list, LVM_GETITEMW, 0, reinterpret_cast<LPARAM>(&item));
-    return item.lParam;
-}
-
-void SelectRow(HWND list, int row) {
-    LVITEMW item{};
-    item.stateMask = LVIS_SELECTED | LVIS_FOCUSED;
-    item.state = LVIS_SELECTED | LVIS_FOCUSED;
-    SendMessageW(list, LVM_SETITEMSTATE, static_cast<WPARAM>(row), reinterpret_cast<LPARAM>(&item));
-    SendMessageW(list, LVM_ENSUREVISIBLE, static_cast<WPARAM>(row), FALSE);
-}
-
 // The structure of the selected row of the structure list, if it is still in the store.
 std::optional<ModbusStructure> SelectedStructure() {
     const int row = SelectedRow(c.structures);
@@ -148,10 +113,10 @@ std::optional<ModbusStructure> SelectedStructure() {
 void FillStructureList() {
     SendMessageW(c.structures, LVM_DELETEALLITEMS, 0, 0);
     for (const ModbusStructure& s : Store().Structures()) {
-        const int row = AppendRow(c.structures, Wide(s.name), s.id);
-        SetCell(c.structures, row, 1, Wide(s.ip) + L":" + Decimal(s.port));
-        SetCell(c.structures, row, 2, Decimal(s.unitId));
-        SetCell(c.structures, row, 3, Decimal(static_cast<long long>(s.details.size())));
+        AppendRow(c.structures,
+                  {Wide(s.name), Wide(s.ip) + L":" + Decimal(s.port), Decimal(s.unitId),
+                   Decimal(static_cast<long long>(s.details.size()))},
+                  s.id);
     }
 }
 
@@ -160,11 +125,10 @@ void FillDetailList(int32_t structureId) {
     const std::optional<ModbusStructure> s = Store().FindStructure(structureId);
     if (!s) return;
     for (const Modbus::ModbusDetail& d : s->details) {
-        const int row = AppendRow(c.details, Wide(d.name), d.id);
-        SetCell(c.details, row, 1, Wide(Modbus::DataTypeName(d.dataType)));
-        SetCell(c.details, row, 2, Decimal(d.registerAddress));
-        SetCell(c.details, row, 3, FunctionCodeText(d.functionCode));
-        SetCell(c.details, row, 4, Wide(d.unit));
+        AppendRow(c.details,
+                  {Wide(d.name), Wide(Modbus::DataTypeName(d.dataType)), Decimal(d.registerAddress),
+                   FunctionCodeText(d.functionCode), Wide(d.unit)},
+                  d.id);
     }
 }
 
@@ -203,6 +167,19 @@ void ReportDamagedFile() {
     ShowMessage(App().mainWindow, text, T("Structures file", "Strukturdatei"), MB_OK | MB_ICONWARNING);
 }
 
+// What the reader's conversion error means to a user, with the error's own text for the details.
+std::wstring ProblemText(const std::exception& error) {
+    std::wstring meaning;
+    if (dynamic_cast<const std::out_of_range*>(&error) != nullptr) {
+        meaning = T("a number is too large", "eine Zahl ist zu gro\u00df");
+    } else if (dynamic_cast<const std::invalid_argument*>(&error) != nullptr) {
+        meaning = T("a value that must be a number is not one", "ein Wert, der eine Zahl sein muss, ist keine");
+    } else {
+        return Wide(error.what());
+    }
+    return meaning + L" (" + Wide(error.what()) + L")";
+}
+
 // Reads the structures file. The store's reader throws on a number it cannot convert; what was
 // read before stays, and the user is told which file is damaged and why. True when it was read
 // completely (or is missing).
@@ -216,7 +193,7 @@ bool ReadStructuresFile() {
         damagedFileMessage =
             T("The structures file could not be read completely:\n",
               "Die Strukturdatei konnte nicht vollst\u00e4ndig gelesen werden:\n") +
-            FilePathForMessage() + L"\n\n" + T("Problem: ", "Problem: ") + Wide(error.what()) + L"\n\n" +
+            FilePathForMessage() + L"\n\n" + T("Problem: ", "Problem: ") + ProblemText(error) + L"\n\n" +
             T("The structures read before the error are shown. The file stays as it is until you change a "
               "structure.",
               "Die bis zum Fehler gelesenen Strukturen werden angezeigt. Die Datei bleibt unver\u00e4ndert, bis Sie "

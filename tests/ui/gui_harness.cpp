@@ -123,7 +123,7 @@ bool CloseApp() {
     const DWORD deadline = GetTickCount() + 10000;
     MSG message;
     while (GetTickCount() < deadline) {
-        while (PeekMessageW(&message, nullptr, 0, 0, PM_REMOVE)) {
+        while (GetTickCount() < deadline && PeekMessageW(&message, nullptr, 0, 0, PM_REMOVE)) {
             if (message.message == WM_QUIT) return true;
             TranslateMessage(&message);
             DispatchMessageW(&message);
@@ -186,8 +186,12 @@ void SelectTab(int page) {
 void Pump(int milliseconds) {
     const DWORD deadline = GetTickCount() + static_cast<DWORD>(milliseconds);
     MSG message;
+    // What is queued is handled even when that takes longer than asked for, but within a bound: a
+    // poll posting lines and a timer falling due can keep the queue from ever running empty on a
+    // slow machine.
+    const DWORD drainLimit = deadline + 2000;
     do {
-        while (PeekMessageW(&message, nullptr, 0, 0, PM_REMOVE)) {
+        while (GetTickCount() < drainLimit && PeekMessageW(&message, nullptr, 0, 0, PM_REMOVE)) {
             TranslateMessage(&message);
             DispatchMessageW(&message);
         }

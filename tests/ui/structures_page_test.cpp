@@ -133,7 +133,9 @@ TEST_P(StructuresPage, ShowsItsControlsAtTheirPlacesInTheLanguage) {
         EXPECT_EQ(r.left, 712);
         EXPECT_EQ(r.right - r.left, 58);
         EXPECT_EQ(r.bottom - r.top, 24);
-        if (button == id::kStructureNew) EXPECT_EQ(r.top, 201);
+        if (button == id::kStructureNew) {
+            EXPECT_EQ(r.top, 201);
+        }
         EXPECT_GE(r.top, previousBottom);
         previousBottom = r.bottom;
     }
@@ -649,6 +651,10 @@ TEST_P(StructuresPage, ADamagedFileIsReportedAndKeptUntilAChange) {
     SelectTab(ui::kStructuresPage);
     const SeenDialog box = LastDialog(1);
     EXPECT_NE(box.text.find(file), std::wstring::npos) << ui::Utf8(box.text);
+    EXPECT_NE(box.text.find(Lang(L"Problem: a value that must be a number is not one (",
+                                 L"Problem: ein Wert, der eine Zahl sein muss, ist keine (")),
+              std::wstring::npos)
+        << ui::Utf8(box.text);
     EXPECT_NE(box.text.find(L"stoi"), std::wstring::npos) << ui::Utf8(box.text);
     EXPECT_EQ(box.caption, Lang(L"Structures file", L"Strukturdatei"));
     // The program runs on with what was read; the file is as it was.
@@ -664,6 +670,23 @@ TEST_P(StructuresPage, ADamagedFileIsReportedAndKeptUntilAChange) {
     Click(id::kStructureSave);
     EXPECT_NE(ReadWholeFile(file), good);
     EXPECT_NE(ReadWholeFile(file).find("Good 2"), std::string::npos);
+}
+
+TEST_P(StructuresPage, ANumberTooLargeInTheFileIsNamedSo) {
+    const std::string file =
+        "{\n  \"structures\": [\n    {\n      \"id\": 4,\n      \"name\": \"Big\",\n      \"description\": \"\",\n"
+        "      \"ip\": \"10.0.0.1\",\n      \"port\": 99999999999,\n      \"unitId\": 1,\n"
+        "      \"rtuOverTcp\": false,\n      \"details\": [\n      ]\n    }\n  ]\n}\n";
+    const std::wstring path = ui::Wide(WorkingFolder()) + L"modbus_structures.json";
+    WriteWholeFile(path, file);
+    AnswerNextDialog(IDOK);
+    RestartApp();
+    const SeenDialog box = LastDialog(1);
+    EXPECT_NE(box.text.find(Lang(L"Problem: a number is too large (", L"Problem: eine Zahl ist zu gro\u00df (")),
+              std::wstring::npos)
+        << ui::Utf8(box.text);
+    EXPECT_EQ(ListRowCount(Structures()), 0);
+    EXPECT_EQ(ReadWholeFile(path), file);
 }
 
 INSTANTIATE_TEST_SUITE_P(, StructuresPage, testing::Values(1, 0), LanguageName);
