@@ -10,6 +10,10 @@
 #   4 polling  1,000 UINT16 details through the polling engine vs bare FC03 reads
 #   5 RTU      over a pseudo-terminal pair (socat) against a libmodbus RTU server
 #   6 memory   trace log over 1,000,000 transactions, bytes per recording entry, slave churn
+#   7 window   the real main window under Wine (its own Xvfb, tools/wine-gui-run.sh): 100,000 lines
+#              appended to the protocol log, the first 1,000 appends against the last 1,000, and a
+#              Diagnostics refresh with the trace log at its cap of 10,000 frames. Needs the Windows
+#              build (cmake --preset windows, in build/windows) and Wine; without them the row says so.
 # Rows 1 and 2 also show the floor: a client and a server that make only the two system calls a
 # transaction needs and nothing else; their ratio against libmodbus is the most any master or
 # slave can reach on this machine.
@@ -21,7 +25,10 @@
 # Environment: BENCH_BUILD_DIR (default build/linux-release), BENCH_ROUNDS (default 5),
 # BENCH_SECONDS per throughput run (default 0.7), BENCH_CLI_READS (default 20000),
 # BENCH_TRACE_TRANSACTIONS (default 1000000), BENCH_CHURN (default 10000), BENCH_OUT (a file that
-# also receives the table).
+# also receives the table); for row 7 BENCH_WINDOW_BUILD_DIR (default build/windows),
+# BENCH_WINDOW_LINES (default 100000), BENCH_WINDOW_ROUNDS (default 1) and BENCH_WINDOW_SECONDS, the
+# most a round of appends may take (default 60; a round that runs out stops early and the row says
+# how many lines it appended).
 set -euo pipefail
 cd "$(dirname "$0")/.."
 root=$PWD
@@ -32,6 +39,10 @@ cli_reads=${BENCH_CLI_READS:-20000}
 trace_n=${BENCH_TRACE_TRANSACTIONS:-1000000}
 churn=${BENCH_CHURN:-10000}
 out=${BENCH_OUT:-}
+window_build=${BENCH_WINDOW_BUILD_DIR:-build/windows}
+window_lines=${BENCH_WINDOW_LINES:-100000}
+window_rounds=${BENCH_WINDOW_ROUNDS:-1}
+window_seconds=${BENCH_WINDOW_SECONDS:-60}
 started=$(date +%s)
 
 bash tools/setup.sh >/dev/null
@@ -181,6 +192,21 @@ timeout 300 "${pin[@]}" "$bin/kestrel_bench_memory" churn "$churn" >"$work/mem-c
 "$bin/kestrel_bench_trace_memory" per-frame >"$work/mem-frame"
 "$bin/kestrel_bench_trace_memory" rss 1000000 1000000 >"$work/rss-uncapped"
 
+# --- 7: the window under Wine (not pinned: the program, the wineserver and the X server share both
+# vCPUs as they do for a user) ---
+window_status=""
+window_exe="$root/$window_build/bench/kestrel_bench_window.exe"
+if [ ! -f "$root/$window_build/CMakeCache.txt" ]; then
+  window_status="not run: no Windows build in $window_build (cmake --preset windows)"
+elif ! command -v wine >/dev/null 2>&1 || ! command -v Xvfb >/dev/null 2>&1; then
+  window_status="not run: wine or Xvfb missing"
+elif ! cmake --build "$root/$window_build" -j2 --target kestrel_bench_window >"$work/window-build" 2>&1; then
+  window_status="not run: kestrel_bench_window did not build"
+elif ! timeout $((window_rounds * (window_seconds + 60) + 120)) "$root/tools/wine-gui-run.sh" "$window_exe" \
+  "$window_rounds" "$window_lines" 7 "$window_seconds" >"$work/window" 2>&1 || ! grep -q '^refresh_ms ' "$work/window"; then
+  window_status="not run: the window benchmark failed under Wine"
+fi
+
 # --- the table ---
 {
   echo
@@ -235,7 +261,28 @@ row "6 slave RSS, KiB, before/after $churn connect+close" \
   "$(val churn_rss_kb_before "$work/mem-churn") / $(val churn_rss_kb_after "$work/mem-churn")" "" ""
 row "6   open descriptors before/after" \
   "$(val churn_fds_before "$work/mem-churn") / $(val churn_fds_after "$work/mem-churn")" "" ""
-row "7 window (under Wine)" "not measured yet" "" ""
+if [ -n "$window_status" ]; then
+  row "7 window (under Wine)" "$window_status" "" ""
+else
+  w=$work/window
+  # "median [min-max]" of a key of the window benchmark's output.
+  wfig() { echo "$(fmt "$(field "$1" 2 "$w")") [$(fmt "$(field "$1" 3 "$w")")-$(fmt "$(field "$1" 4 "$w")")]"; }
+  row "7 window: log, first 1,000 appends, ms" \
+    "$(wfig log_first1000_ms)" "" ""
+  row "7   last 1,000 appends, ms; ratio last / first" \
+    "$(wfig log_last1000_ms)" "" \
+    "$(fmt "$(field log_ratio 2 "$w")")"
+  row "7   median append, first / last 1,000, us" \
+    "$(fmt "$(field log_first1000_median_append_us 2 "$w")") / $(fmt "$(field log_last1000_median_append_us 2 "$w")")" "" ""
+  row "7   lines appended (of $window_lines), s with paint" \
+    "$(field log_lines 2 "$w") in $(fmt "$(field log_wall_s 2 "$w")")" "" ""
+  row "7   filled + painted per 100 lines, first/last, ms" \
+    "$(fmt "$(field log_paint_first_ms 2 "$w")") / $(fmt "$(field log_paint_last_ms 2 "$w")")" "" ""
+  row "7 window: Diagnostics refresh, 10,000 frames, ms" \
+    "$(wfig refresh_ms)" "" ""
+  row "7   with the paint that follows, ms" \
+    "$(wfig refresh_paint_ms)" "" ""
+fi
 echo | tee -a "$table"
 echo "Total time $(( $(date +%s) - started )) s." | tee -a "$table"
 if [ -n "$out" ]; then cp "$table" "$out"; fi

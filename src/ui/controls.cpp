@@ -180,10 +180,23 @@ std::wstring SelectedItemText(HWND comboBox) {
 void Enable(HWND control, bool enabled) { EnableWindow(control, enabled ? TRUE : FALSE); }
 
 void AppendToEdit(HWND edit, const std::wstring& text) {
+    // A shown edit control scrolls and redraws itself and its scroll bar inside EM_REPLACESEL, line
+    // by line: about 10 ms of drawing per append under Wine, so a busy log could not keep up with
+    // the lines posted to it. The text goes in while the control is marked not visible (what
+    // WM_SETREDRAW does for windows that pass it to DefWindowProc; the edit control keeps it to
+    // itself and draws anyway), then the control and its frame are invalidated: the log is painted
+    // once at the next WM_PAINT, however many lines came in before it.
+    const LONG_PTR style = GetWindowLongPtrW(edit, GWL_STYLE);
+    const bool shown = (style & WS_VISIBLE) != 0;
+    if (shown) SetWindowLongPtrW(edit, GWL_STYLE, style & ~static_cast<LONG_PTR>(WS_VISIBLE));
     const int length = GetWindowTextLengthW(edit);
     SendMessageW(edit, EM_SETSEL, static_cast<WPARAM>(length), static_cast<LPARAM>(length));
     SendMessageW(edit, EM_REPLACESEL, FALSE, reinterpret_cast<LPARAM>(text.c_str()));
     SendMessageW(edit, EM_SCROLLCARET, 0, 0);
+    if (shown) {
+        SetWindowLongPtrW(edit, GWL_STYLE, style);
+        RedrawWindow(edit, nullptr, nullptr, RDW_INVALIDATE | RDW_ERASE | RDW_FRAME);
+    }
 }
 
 }  // namespace ui

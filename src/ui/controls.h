@@ -69,7 +69,8 @@ std::wstring SelectedItemText(HWND comboBox);
 void Enable(HWND control, bool enabled);
 
 // Appends text at the end of an edit control without re-reading its contents: the selection goes
-// to the end, the text replaces it (not undoable), the caret is scrolled into view.
+// to the end, the text replaces it (not undoable), the caret is scrolled into view. A shown control
+// is repainted at the next WM_PAINT, not inside the call.
 void AppendToEdit(HWND edit, const std::wstring& text);
 
 }  // namespace ui

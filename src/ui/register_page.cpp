@@ -13,7 +13,7 @@
 namespace ui::register_page {
 namespace {
 
-// At most this many queued log lines are gathered into one append.
+// At most this many queued log lines are taken at once.
 constexpr int kLinesPerAppend = 1000;
 
 struct Controls {
@@ -23,6 +23,35 @@ struct Controls {
 } c{};
 
 std::wstring Decimal(long long value) { return std::to_wstring(value); }
+
+// The protocol log takes lines faster than an edit control can: each EM_REPLACESEL costs time that
+// grows with the text the control holds (under Wine it recounts its whole text and walks its list
+// of lines), so a log appended line by line slows down as it grows. The lines are collected here
+// and go into the control together, at the latest when the message loop comes to the flush message
+// posted with the first of them, and before the control handles any other message: whoever reads
+// the log, paints it or scrolls it sees every line appended so far, in order.
+constexpr UINT kFlushLog = WM_APP + 16;  // posted to the log control
+std::wstring pendingLog;
+WNDPROC editProcedure = nullptr;
+
+void FlushLog() {
+    if (pendingLog.empty()) return;
+    std::wstring text;
+    text.swap(pendingLog);  // the control's own messages below find nothing pending
+    AppendToEdit(c.log, text);
+}
+
+LRESULT CALLBACK LogProcedure(HWND edit, UINT message, WPARAM wParam, LPARAM lParam) {
+    FlushLog();
+    if (message == kFlushLog) return 0;
+    return CallWindowProcW(editProcedure, edit, message, wParam, lParam);
+}
+
+void QueueLogText(const std::wstring& text) {
+    const bool first = pendingLog.empty();
+    pendingLog += text;
+    if (first) PostMessageW(c.log, kFlushLog, 0, 0);
+}
 
 uint16_t Word(HWND field) { return static_cast<uint16_t>(IntFromText(field)); }
 
@@ -111,6 +140,9 @@ void BuildLogGroup(ControlFactory& f) {
                    ES_MULTILINE | ES_READONLY | ES_AUTOVSCROLL | WS_VSCROLL);
     // The log keeps everything: lift the edit control's default limit of 32K characters.
     SendMessageW(c.log, EM_SETLIMITTEXT, 0, 0);
+    pendingLog.clear();
+    editProcedure = reinterpret_cast<WNDPROC>(
+        SetWindowLongPtrW(c.log, GWLP_WNDPROC, reinterpret_cast<LONG_PTR>(LogProcedure)));
 }
 
 // The master-role writes: the request by the chosen function, and its log line.
@@ -333,13 +365,13 @@ void AppendLog(const std::wstring& text) {
          ++i) {
         if (const auto line = TakeLogLine(message.lParam)) lines += *line;
     }
-    AppendToEdit(c.log, lines + text);
+    QueueLogText(lines + text);
 }
 
 void AppendPostedLine(const std::wstring& text) {
     // Lines come in bursts (a slave logs four per request, a poll two per detail). The burst's
-    // lines that wait next in the queue go in with this one: the same text in the same order, but
-    // one append and one repaint instead of one per line, which keeps the window responsive.
+    // lines that wait next in the queue are taken with this one, in the order posted, instead of
+    // one trip through the message loop each.
     std::wstring lines = text;
     MSG next;
     for (int i = 0; i < kLinesPerAppend && PeekMessageW(&next, App().mainWindow, 0, 0, PM_NOREMOVE | PM_NOYIELD) &&
@@ -348,7 +380,7 @@ void AppendPostedLine(const std::wstring& text) {
         PeekMessageW(&next, App().mainWindow, WM_APP_LOG, WM_APP_LOG, PM_REMOVE | PM_NOYIELD);
         if (const auto line = TakeLogLine(next.lParam)) lines += *line;
     }
-    AppendToEdit(c.log, lines);
+    QueueLogText(lines);
 }
 
 void EnableConnectionButtons(bool write, bool read, bool pollStart) {

@@ -20,6 +20,8 @@ void OnPollStop();   // 1033
 void OnSlaveWrite(const SlaveWrite& write);     // WM_APP_SLAVE_WRITE
 void OnPollResults(const PollResults& results);  // WM_APP_POLL_RESULTS, wParam 1
 
+// The protocol log. Lines are collected and reach the edit control together, when the message loop
+// comes round or before the control handles its next message (a read of its text included).
 // A line of the window's own (a handler's result): the lines still queued go in before it.
 void AppendLog(const std::wstring& text);
 // A line that came as WM_APP_LOG, with the lines queued right behind it, in the order posted.
