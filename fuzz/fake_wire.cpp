@@ -7,6 +7,7 @@
 #include <chrono>
 #include <condition_variable>
 #include <deque>
+#include <iterator>
 #include <mutex>
 #include <thread>
 
@@ -54,10 +55,10 @@ thread_local int lastSocketError = 0;
 
 }  // namespace
 
-void Reset(const std::vector<Bytes>& chunks, AfterData after, bool sendFails) {
+void Reset(std::vector<Bytes> chunks, AfterData after, bool sendFails) {
     Wire& w = TheWire();
     std::lock_guard<std::mutex> lock(w.mutex);
-    w.chunks.assign(chunks.begin(), chunks.end());
+    w.chunks.assign(std::make_move_iterator(chunks.begin()), std::make_move_iterator(chunks.end()));
     w.after = after;
     w.sendFails = sendFails;
     w.sent.clear();

@@ -25,7 +25,7 @@ enum class AfterData {
 };
 
 // Starts a new exchange: the chunks the peer sends, and how the stream ends.
-void Reset(const std::vector<Bytes>& chunks, AfterData after, bool sendFails = false);
+void Reset(std::vector<Bytes> chunks, AfterData after, bool sendFails = false);
 // Everything the code under test sent, in order.
 Bytes Sent();
 // Frees every buffer of the wire. libFuzzer looks for leaks whenever an input ends with more

@@ -21,9 +21,13 @@ targets=(master slave_tcp slave_rtu structures decode)
 #     depends on its first bytes and its byte count; a longer body only adds turns to the loops
 #     bounded by the frame size (the FIFO words). 1024 bytes carry any response of up to 264 bytes
 #     in any chunking, and longer frames whole or cut short.
+#   slave_tcp, slave_rtu: a session is request after request (frame after frame), each handled on
+#     its own, and what a request leaves behind (the register image) is kept from one input to the
+#     next anyway. A receive takes at most one chunk (127 bytes) and an RTU read at most 256 bytes,
+#     so 1024 bytes hold a session of a dozen requests or more, and the longest frames.
 #   structures: the reader handles every structure and detail object alike; 2048 bytes hold two
 #     structures, or one with two or three details (the seeds; with less white space, more).
-declare -A max_len=([master]=1024 [structures]=2048)
+declare -A max_len=([master]=1024 [slave_tcp]=1024 [slave_rtu]=1024 [structures]=2048)
 what="${1:-}"
 seconds="${2:-20}"
 runs="${3:--1}"
