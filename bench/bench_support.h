@@ -1,6 +1,7 @@
 #pragma once
 // Shared pieces of the Kestrel side of the benchmarks: the log callback the application would
-// install, one request of the four the throughput rows measure, the bench image, peak RSS.
+// install, the master set up as the application runs it, one request of the four the throughput
+// rows measure, the bench image, peak RSS.
 #include <sys/resource.h>
 
 #include <cstdio>
@@ -9,6 +10,7 @@
 #include <vector>
 
 #include "protocol/modbus_client.h"
+#include "protocol/trace_log.h"
 
 extern "C" {
 #include "bench_request.h"
@@ -33,6 +35,36 @@ public:
 private:
     std::vector<std::unique_ptr<std::string>> lines_;
     size_t count_ = 0;
+};
+
+// A master connection as the application runs it: every transaction is recorded in the
+// process-wide trace log (which invokes the trace callback), and the log callback keeps every
+// TX/RX line (KeptLines). Disconnects and takes the trace callback away when it goes.
+class AppMaster {
+public:
+    AppMaster() {
+        SetTraceCallback([this](const Modbus::TraceFrame&) { ++traced_; });
+        client_.SetLogCallback(lines_.Callback());
+    }
+    ~AppMaster() {
+        client_.Disconnect();
+        SetTraceCallback(nullptr);
+    }
+    AppMaster(const AppMaster&) = delete;
+    AppMaster& operator=(const AppMaster&) = delete;
+
+    // False (with "connect failed" on stderr) when the connection cannot be made.
+    bool Connect(const ConnectionConfig& config) {
+        if (client_.Connect(config)) return true;
+        std::fprintf(stderr, "connect failed\n");
+        return false;
+    }
+    ModbusClient& Client() { return client_; }
+
+private:
+    KeptLines lines_;
+    long traced_ = 0;
+    ModbusClient client_;
 };
 
 // One transaction of the request; true when it went through with the expected data.

@@ -14,8 +14,6 @@
 
 #include "bench_support.h"
 #include "platform/clock.h"
-#include "protocol/modbus_client.h"
-#include "protocol/trace_log.h"
 
 namespace {
 
@@ -64,12 +62,7 @@ int main(int argc, char** argv) {
                              "       %s --rtu DEVICE COUNT\n", argv[0], argv[0]);
         return 2;
     }
-    bench::KeptLines lines;
-    long traced = 0;
-    SetTraceCallback([&traced](const Modbus::TraceFrame&) { ++traced; });
-
-    ModbusClient client;
-    client.SetLogCallback(lines.Callback());
+    bench::AppMaster master;
     ConnectionConfig config;
     if (rtu) {
         config.transport = 1;
@@ -79,13 +72,7 @@ int main(int argc, char** argv) {
         config.ipAddress = argv[1];
         config.port = static_cast<uint16_t>(std::atoi(argv[2]));
     }
-    if (!client.Connect(config)) {
-        std::fprintf(stderr, "connect failed\n");
-        return 1;
-    }
-    const int status = rtu ? RtuReads(client, std::atol(argv[3]))
-                           : Throughput(client, std::atof(argv[3]), ParseBenchRequest(argv[4]));
-    client.Disconnect();
-    SetTraceCallback(nullptr);
-    return status;
+    if (!master.Connect(config)) return 1;
+    return rtu ? RtuReads(master.Client(), std::atol(argv[3]))
+               : Throughput(master.Client(), std::atof(argv[3]), ParseBenchRequest(argv[4]));
 }

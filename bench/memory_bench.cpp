@@ -39,15 +39,12 @@ int OpenFdCount() {
 }
 
 int Trace(const char* host, uint16_t port, long n) {
-    bench::KeptLines lines;
-    long traced = 0;
-    SetTraceCallback([&traced](const Modbus::TraceFrame&) { ++traced; });
-    ModbusClient client;
-    client.SetLogCallback(lines.Callback());
+    bench::AppMaster master;
     ConnectionConfig config;
     config.ipAddress = host;
     config.port = port;
-    if (!client.Connect(config)) return 1;
+    if (!master.Connect(config)) return 1;
+    ModbusClient& client = master.Client();
     std::vector<uint16_t> words;
     const long checkpoints[] = {n / 100, n / 10, n};
     size_t next = 0;
@@ -64,7 +61,6 @@ int Trace(const char* host, uint16_t port, long n) {
     client.Disconnect();
     std::printf("trace_frames_kept %zu\n", GlobalTraceLog().Size());
     std::printf("peak_rss_kb %ld\n", bench::PeakRssKb());
-    SetTraceCallback(nullptr);
     return 0;
 }
 

@@ -7,6 +7,7 @@
 #include <chrono>
 #include <condition_variable>
 #include <deque>
+#include <iterator>
 #include <mutex>
 #include <thread>
 
@@ -35,14 +36,11 @@ struct Wire {
     AfterData after = AfterData::Closed;
     bool sendFails = false;
     Bytes sent;
-    // Server side: sessions are numbered; `offered` is the last one offered, `taken` the last one
-    // the server started on, `done` the last one it finished.
-    uint64_t offered = 0;
-    uint64_t taken = 0;
-    uint64_t done = 0;
     bool listenInterrupted = false;
     bool serialCancelled = false;
-    bool serialBlocks = false;
+    // Set by ParkOtherSerialReaders: the one thread whose serial reads are served.
+    bool parkSerialReaders = false;
+    std::thread::id serialReader;
     int lastError = 0;
     SOCKET nextSocket = kMasterSocket;
 };
@@ -57,10 +55,10 @@ thread_local int lastSocketError = 0;
 
 }  // namespace
 
-void Reset(const std::vector<Bytes>& chunks, AfterData after, bool sendFails) {
+void Reset(std::vector<Bytes> chunks, AfterData after, bool sendFails) {
     Wire& w = TheWire();
     std::lock_guard<std::mutex> lock(w.mutex);
-    w.chunks.assign(chunks.begin(), chunks.end());
+    w.chunks.assign(std::make_move_iterator(chunks.begin()), std::make_move_iterator(chunks.end()));
     w.after = after;
     w.sendFails = sendFails;
     w.sent.clear();
@@ -80,23 +78,19 @@ void Release() {
     Bytes().swap(w.sent);
 }
 
-void OfferOneClient() {
+void ParkOtherSerialReaders() {
     Wire& w = TheWire();
     std::lock_guard<std::mutex> lock(w.mutex);
-    ++w.offered;
-    w.changed.notify_all();
+    w.parkSerialReaders = true;
+    w.serialReader = std::this_thread::get_id();
 }
 
-bool WaitSessionDone(int timeoutMs) {
-    Wire& w = TheWire();
-    std::unique_lock<std::mutex> lock(w.mutex);
-    return w.changed.wait_for(lock, std::chrono::milliseconds(timeoutMs), [&w] { return w.done == w.offered; });
-}
+SOCKET AcceptedClient() { return kClientSocket; }
 
-void SetSerialBlocksWhenEmpty(bool blocks) {
+bool Drained() {
     Wire& w = TheWire();
     std::lock_guard<std::mutex> lock(w.mutex);
-    w.serialBlocks = blocks;
+    return w.chunks.empty();
 }
 
 std::vector<Bytes> SplitChunks(const uint8_t* data, size_t size, bool crcFlag) {
@@ -138,21 +132,13 @@ bool BindAny(SOCKET, uint16_t) { return true; }
 bool Listen(SOCKET, int) { return true; }
 uint16_t LocalPort(SOCKET) { return 502; }
 
-SOCKET Accept(SOCKET, std::string& peerAddress) {
+SOCKET Accept(SOCKET, std::string&) {
+    // The slave targets serve their sessions themselves: the server thread waits for the stop.
     Wire& w = TheWire();
     std::unique_lock<std::mutex> lock(w.mutex);
-    // The client of the last session has been served (or none was offered yet): that session is
-    // over. Wait for the next one, or for the stop.
-    w.done = w.taken;
-    w.changed.notify_all();
-    w.changed.wait(lock, [&w] { return w.listenInterrupted || w.offered > w.taken; });
-    if (w.listenInterrupted) {
-        lastSocketError = EBADF;
-        return INVALID_SOCKET;
-    }
-    w.taken = w.offered;
-    peerAddress = "127.0.0.1";
-    return fakewire::kClientSocket;
+    w.changed.wait(lock, [&w] { return w.listenInterrupted; });
+    lastSocketError = EBADF;
+    return INVALID_SOCKET;
 }
 
 int Send(SOCKET, const uint8_t* data, size_t length) {
@@ -220,17 +206,11 @@ bool SerialRead(SerialHandle, uint8_t* data, size_t capacity, size_t& received) 
     Wire& w = TheWire();
     std::unique_lock<std::mutex> lock(w.mutex);
     received = 0;
-    if (w.serialCancelled) return false;
-    if (w.chunks.empty()) {
-        if (!w.serialBlocks) return w.after == fakewire::AfterData::Closed;
-        // The line is quiet: this session is over. Wait for the next one, or for the stop.
-        w.done = w.taken;
-        w.changed.notify_all();
-        w.changed.wait(lock, [&w] { return w.serialCancelled || w.offered > w.taken; });
-        if (w.serialCancelled) return false;
-        w.taken = w.offered;
-        if (w.chunks.empty()) return true;
+    if (w.parkSerialReaders && std::this_thread::get_id() != w.serialReader) {
+        w.changed.wait(lock, [&w] { return w.serialCancelled; });
     }
+    if (w.serialCancelled) return false;
+    if (w.chunks.empty()) return w.after == fakewire::AfterData::Closed;
     fakewire::Bytes& front = w.chunks.front();
     const size_t n = std::min(capacity, front.size());
     std::copy(front.begin(), front.begin() + static_cast<std::ptrdiff_t>(n), data);

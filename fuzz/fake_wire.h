@@ -1,8 +1,8 @@
 #pragma once
 // An in-memory stand-in for the network and serial backends, used by the fuzz targets in place of
 // platform/posix/{net,serial,clock}_posix.cpp. The code under test is the real connection object,
-// transports, server loops and request processing; only the bytes come from the fuzzer instead of
-// a socket or a serial line, and sleeps return at once, so one input runs in microseconds.
+// transports, slave sessions and request processing; only the bytes come from the fuzzer instead
+// of a socket or a serial line, and sleeps return at once, so one input runs in microseconds.
 //
 // The peer side is a queue of chunks. A TCP receive takes bytes from the front chunk (so the stream
 // reaches the reader split exactly where the input says); a serial read takes one chunk (at most
@@ -11,6 +11,8 @@
 #include <cstdint>
 #include <string>
 #include <vector>
+
+#include "platform/net.h"
 
 namespace fakewire {
 
@@ -23,24 +25,23 @@ enum class AfterData {
 };
 
 // Starts a new exchange: the chunks the peer sends, and how the stream ends.
-void Reset(const std::vector<Bytes>& chunks, AfterData after, bool sendFails = false);
+void Reset(std::vector<Bytes> chunks, AfterData after, bool sendFails = false);
 // Everything the code under test sent, in order.
 Bytes Sent();
 // Frees every buffer of the wire. libFuzzer looks for leaks whenever an input ends with more
 // allocations than frees, so an input must leave nothing allocated that it did not find.
 void Release();
 
-// For the server loops, which run on a thread of their own and are kept running from one input to
-// the next: OfferOneClient starts a session whose stream is the queued chunks (Reset first). On
-// TCP the next Accept returns one client with that stream; on a serial line the reads return the
-// chunks. A session is over when the server comes back to Accept, or reads the quiet line after the
-// last chunk; it then waits for the next session or for the stop. WaitSessionDone waits (bounded)
-// for the end of the session offered last.
-void OfferOneClient();
-bool WaitSessionDone(int timeoutMs);
-// Serial reads after the last chunk wait for the next session (or a cancel) instead of returning
-// nothing: the slave's read loop would otherwise spin.
-void SetSerialBlocksWhenEmpty(bool blocks);
+// The slave targets serve a started slave's sessions on the fuzzing thread itself
+// (ModbusClient::ServeTcpClient, ServeNextRtuFrame), as its server thread would, without handing
+// each input over to that thread. The server thread is kept out of the way: an accept waits until
+// the listen socket is closed, and after ParkOtherSerialReaders a serial read on any other thread
+// than the caller's waits until the read is cancelled. Both end when the slave stops.
+void ParkOtherSerialReaders();
+// The socket the slave targets serve, as an accept would return it.
+SOCKET AcceptedClient();
+// True when every queued chunk has been read.
+bool Drained();
 
 // Splits `data` into chunks at the lengths an input gives: each chunk is one length byte L and
 // then L & 0x7F bytes (fewer at the end of the input). With `crcFlag`, a chunk whose L has its

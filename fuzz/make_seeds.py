@@ -137,11 +137,19 @@ def structure_json(i, details):
 
 
 def structures_seeds():
+    # Each seed fits the 2,048 bytes tools/fuzz.sh allows a structures input: two details a
+    # structure, so the twelve data types take six seeds.
     types = ["BOOLEAN", "BYTE", "INT16", "UINT16", "INT32", "UINT32", "INT64", "UINT64", "FLOAT32", "FLOAT64", "STRING", "RAW"]
     orders = ["BIG_ENDIAN", "LITTLE_ENDIAN", "BIG_ENDIAN_SWAP", "LITTLE_ENDIAN_SWAP"]
     details = [detail_json(i + 1, t, orders[i % 4]) for i, t in enumerate(types)]
-    full = "{\n  \"structures\": [\n" + structure_json(5, details) + ",\n" + structure_json(9, []) + "\n  ]\n}\n"
+
+    def store(*structures):
+        return "{\n  \"structures\": [\n" + ",\n".join(structures) + "\n  ]\n}\n"
+
+    full = store(structure_json(5, details[:2]), structure_json(9, []))
     write("structures", "two_structures", full.encode())
+    for k in range(1, 6):
+        write("structures", f"types_{k}", store(structure_json(5, details[2 * k:2 * k + 2])).encode())
     write("structures", "empty_store", b"{\n  \"structures\": [\n\n  ]\n}\n")
     write("structures", "empty", b"")
     write("structures", "braces", b"{}")

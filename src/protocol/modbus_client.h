@@ -89,6 +89,15 @@ public:
                       const Modbus::Bytes& data);
     void SendException(bool isTcp, SOCKET client, uint16_t transactionId, uint8_t unitId, uint8_t functionCode,
                        uint8_t exceptionCode);
+    // A client session of the TCP slave: request after request from an accepted client, each
+    // answered before the next is taken, until its stream ends or fails (the idle time-out
+    // included) or the slave stops. The server thread runs it for every client it accepts.
+    void ServeTcpClient(SOCKET client);
+    // One read of the RTU slave's line and what follows it: a frame too short or with a wrong CRC
+    // is dropped (the latter logged), one for another unit id ignored, any other answered. False
+    // when the read brought nothing (it timed out empty or failed). The server thread runs it
+    // until the slave stops.
+    bool ServeNextRtuFrame();
     // The TCP port the slave listens on (useful when it was started on port 0).
     uint16_t ListeningPort() const { return platform::LocalPort(sockets[1]); }
 
@@ -110,7 +119,6 @@ private:
     bool StartRtuSlave();
     void TcpServerLoop();
     void RtuServerLoop();
-    void ServeTcpClient(SOCKET client);
 
     // Runs one request/response exchange on the current transport.
     bool Transact(const Modbus::Bytes& request, Modbus::Bytes& response);

@@ -30,23 +30,27 @@ bool ModbusClient::StartRtuSlave() {
 void ModbusClient::RtuServerLoop() {
     Log("Slave RTU thread started.", "Slave RTU-Thread gestartet.");
     while (running.load()) {
-        Modbus::Bytes frame;
         const int64_t readStart = platform::MonotonicMicroseconds();
-        if (!RtuRecv(frame)) {
+        if (!ServeNextRtuFrame()) {
             // False both for a read that timed out empty (after a second or more) and for a failed
             // one; only a read that failed at once needs the pause.
             const int64_t elapsedMs = (platform::MonotonicMicroseconds() - readStart) / 1000;
             if (running.load() && elapsedMs < kFailedReadPauseMs) platform::SleepMilliseconds(kFailedReadPauseMs);
-            continue;
         }
-        if (frame.size() < 4) continue;
-        if (!HasValidCrc(frame)) {
-            Log("RTU CRC error.", "RTU CRC Fehler.");
-            continue;
-        }
-        // Only the own unit id: unlike TCP, the broadcast address 0 is ignored on a serial line.
-        if (frame[0] != config.unitId) continue;
-        ProcessRequest(frame, INVALID_SOCKET);
     }
     Log("Slave RTU thread stopped.", "Slave RTU-Thread beendet.");
+}
+
+bool ModbusClient::ServeNextRtuFrame() {
+    Modbus::Bytes frame;
+    if (!RtuRecv(frame)) return false;
+    if (frame.size() < 4) return true;
+    if (!HasValidCrc(frame)) {
+        Log("RTU CRC error.", "RTU CRC Fehler.");
+        return true;
+    }
+    // Only the own unit id: unlike TCP, the broadcast address 0 is ignored on a serial line.
+    if (frame[0] != config.unitId) return true;
+    ProcessRequest(frame, INVALID_SOCKET);
+    return true;
 }

@@ -12,6 +12,7 @@
 #include "common/localizer.h"
 #include "support/log_capture.h"
 #include "support/scripted_tcp_peer.h"
+#include "support/structure_polling_fixture.h"
 
 #if !defined(_WIN32)
 #include <unistd.h>
@@ -38,21 +39,17 @@ Modbus::ModbusDetail Detail(const std::string& name, uint16_t address, Modbus::D
     return d;
 }
 
-class StructurePollingTest : public testing::Test {
+class StructurePollingTest : public StructurePollingFixture {
 protected:
+    StructurePollingTest() : StructurePollingFixture(TempStorePath()) {}
     void SetUp() override {
         Localizer::SetAllLanguages(1);
-        ConnectionConfig config;
-        config.role = 1;
-        config.port = 0;  // any free port
-        config.unitId = 1;
-        ASSERT_TRUE(slave.Connect(config));
+        ASSERT_TRUE(StartSlave());
         slave.Image().SetHoldingRegisters(10, {1450, 0x42C8, 0x0000});  // 1450, then 100.0f
         slave.Image().SetCoils(0, {true});
     }
     void TearDown() override {
-        StopStructurePolling(polling);
-        slave.Disconnect();
+        StructurePollingFixture::TearDown();
         std::remove(store.Path().c_str());
         Localizer::SetAllLanguages(0);
     }
@@ -66,31 +63,6 @@ protected:
         s.details = std::move(details);
         return store.AddStructure(s);
     }
-
-    std::vector<Modbus::PollingResult> WaitForCycles(int n) {
-        for (int i = 0; i < 400 && handedOff.load() < n; ++i) std::this_thread::sleep_for(std::chrono::milliseconds(10));
-        std::lock_guard<std::mutex> lock(mutex);
-        return last;
-    }
-
-    PollingEngine::OnResults HandOff() {
-        return [this](const std::vector<Modbus::PollingResult>& results) {
-            std::lock_guard<std::mutex> lock(mutex);
-            last = results;
-            ++handedOff;
-        };
-    }
-
-    ModbusClient slave;
-    StructureStore store{TempStorePath()};
-    ModbusClient connection;
-    PollingEngine engine;
-    AlarmEngine alarms;
-    RecordingBuffer recording;
-    StructurePolling polling{store, connection, engine, alarms, recording};
-    std::mutex mutex;
-    std::vector<Modbus::PollingResult> last;
-    std::atomic<int> handedOff{0};
 };
 
 TEST_F(StructurePollingTest, MissingStructureOrNoDetailsDoesNotStart) {
@@ -174,7 +146,7 @@ TEST_F(StructurePollingTest, ResultOfADetailThatWasRemovedMeanwhileIsSkipped) {
     handler({r});
     EXPECT_EQ(raised.load(), 0);
     EXPECT_TRUE(recording.Entries().empty());
-    EXPECT_EQ(handedOff.load(), 1);  // handed on all the same
+    EXPECT_EQ(HandedOff(), 1);  // handed on all the same
 }
 
 TEST_F(StructurePollingTest, FailedReadsAreNeitherAlarmedNorRecorded) {
@@ -217,7 +189,7 @@ TEST_F(StructurePollingTest, StopDuringASlowReadReturnsAfterThatRead) {
     EXPECT_FALSE(engine.IsRunning());
     EXPECT_LT(elapsed, std::chrono::milliseconds(800 + 50 + 700));
     EXPECT_GE(elapsed, std::chrono::milliseconds(300));
-    EXPECT_EQ(handedOff.load(), 1);
+    EXPECT_EQ(HandedOff(), 1);
 }
 
 }  // namespace

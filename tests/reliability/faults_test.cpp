@@ -29,6 +29,7 @@
 #include "polling/structure_polling.h"
 #include "process_stats.h"
 #include "support/child_process.h"
+#include "support/structure_polling_fixture.h"
 
 namespace {
 
@@ -62,52 +63,25 @@ ModbusStructure Device(const std::string& name, uint16_t port, int details) {
 // ---------------------------------------------------------------------------------------------
 // The polled device goes away and comes back.
 
-class DeviceGoesAway : public ::testing::Test {
+class DeviceGoesAway : public StructurePollingFixture {
 protected:
+    DeviceGoesAway() : StructurePollingFixture("/nonexistent/faults.json") {}
     void SetUp() override {
         Localizer::SetAllLanguages(1);
         ASSERT_TRUE(StartSlave(0));
         port = slave.ListeningPort();
         id = store.AddStructure(Device("Pump", port, 5));
     }
-    void TearDown() override {
-        StopStructurePolling(polling);
-        slave.Disconnect();
-    }
 
     bool StartSlave(uint16_t onPort) {
-        ConnectionConfig config;
-        config.role = 1;
-        config.port = onPort;
-        if (!slave.Connect(config)) return false;
+        if (!StructurePollingFixture::StartSlave(onPort)) return false;
         slave.Image().SetHoldingRegisters(0, {10, 11, 12, 13, 14});
         return true;
     }
 
     bool Start(uint32_t intervalMs = 100) {
-        return StartStructurePolling(polling, id, intervalMs, [](const std::string&) {},
-                                     [this](const std::vector<Modbus::PollingResult>& results) {
-                                         std::lock_guard<std::mutex> lock(mutex);
-                                         cycles.push_back(results);
-                                     }) == StructurePollStart::Started;
-    }
-
-    // Waits (bounded) for `n` more cycles and returns them.
-    std::vector<std::vector<Modbus::PollingResult>> NextCycles(size_t n, int timeoutMs = 5000) {
-        size_t from;
-        {
-            std::lock_guard<std::mutex> lock(mutex);
-            from = cycles.size();
-        }
-        const auto start = Clock::now();
-        while (MsSince(start) < timeoutMs) {
-            {
-                std::lock_guard<std::mutex> lock(mutex);
-                if (cycles.size() >= from + n) return {cycles.begin() + static_cast<std::ptrdiff_t>(from), cycles.end()};
-            }
-            std::this_thread::sleep_for(std::chrono::milliseconds(10));
-        }
-        return {};
+        return StartStructurePolling(polling, id, intervalMs, [](const std::string&) {}, HandOff()) ==
+               StructurePollStart::Started;
     }
 
     static bool AllOk(const std::vector<std::vector<Modbus::PollingResult>>& cs) {
@@ -125,17 +99,8 @@ protected:
         return true;
     }
 
-    ModbusClient slave;
     uint16_t port = 0;
-    StructureStore store{"/nonexistent/faults.json"};
     int32_t id = 0;
-    ModbusClient connection;
-    PollingEngine engine;
-    AlarmEngine alarms;
-    RecordingBuffer recording;
-    StructurePolling polling{store, connection, engine, alarms, recording};
-    std::mutex mutex;
-    std::vector<std::vector<Modbus::PollingResult>> cycles;
 };
 
 TEST_F(DeviceGoesAway, ReadsFailUntilStopAndStartPollsAgain) {
