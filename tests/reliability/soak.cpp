@@ -64,6 +64,10 @@ struct Figures {
 
 Figures Now() { return {OpenDescriptors(), Threads(), ResidentKb()}; }
 
+int64_t SteadyMs() {
+    return std::chrono::duration_cast<std::chrono::milliseconds>(Clock::now().time_since_epoch()).count();
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
@@ -109,11 +113,18 @@ int main(int argc, char** argv) {
     recording.ToggleRecording("Soak");
 
     std::atomic<long> cycles{0}, failedReads{0}, reads{0};
+    // When the first read failed (steady-clock milliseconds; 0: none did), to tell a connection
+    // lost at one moment from reads failing here and there.
+    std::atomic<int64_t> firstFailedReadAt{0};
     auto handOff = [&](const std::vector<Modbus::PollingResult>& results) {
         ++cycles;
         for (const auto& r : results) {
             ++reads;
-            if (!r.ok) ++failedReads;
+            if (!r.ok) {
+                ++failedReads;
+                int64_t none = 0;
+                firstFailedReadAt.compare_exchange_strong(none, SteadyMs());
+            }
         }
     };
     if (StartStructurePolling(polling, id, intervalMs, [](const std::string&) {}, handOff) !=
@@ -127,6 +138,10 @@ int main(int argc, char** argv) {
     ConnectionConfig masterConfig;
     masterConfig.port = manualSlave.ListeningPort();
     long manualDone = 0, manualFailed = 0;
+    int64_t firstFailedManualAt = 0;
+    // The longest the manual loop was away between two rounds (it sleeps 20 ms): on a machine too
+    // busy to run this process, longer than the slave's 500 ms idle time, the slave drops the client.
+    int64_t longestPauseMs = 0;
     std::vector<uint16_t> words;
     std::vector<bool> bits;
     if (!manual.Connect(masterConfig)) {
@@ -142,7 +157,10 @@ int main(int argc, char** argv) {
     const Figures started = Now();
     const auto start = Clock::now();
     const auto end = start + std::chrono::seconds(seconds);
+    int64_t lastRound = SteadyMs();
     for (bool last = false; !last;) {
+        longestPauseMs = std::max(longestPauseMs, SteadyMs() - lastRound);
+        lastRound = SteadyMs();
         last = Clock::now() >= end;  // the last round makes the transactions still due
         const auto elapsed = Clock::now() - start;
         const long due = last ? manualTotal
@@ -159,7 +177,7 @@ int main(int argc, char** argv) {
                 case 5: ok = manual.ReadInputRegisters(1, a, 4, words); break;
             }
             ++manualDone;
-            if (!ok) ++manualFailed;
+            if (!ok && ++manualFailed == 1) firstFailedManualAt = SteadyMs();
         }
         if (!last) std::this_thread::sleep_for(std::chrono::milliseconds(20));
     }
@@ -178,6 +196,13 @@ int main(int argc, char** argv) {
                 failedReads.load());
     std::printf("manual transactions: %ld, failed: %ld\n", manualDone, manualFailed);
     std::printf("recording entries: %zu, alarm events: %zu\n", entries, alarms.Events().size());
+    const int64_t startMs = std::chrono::duration_cast<std::chrono::milliseconds>(start.time_since_epoch()).count();
+    const auto at = [startMs](int64_t ms) {
+        return ms == 0 ? std::string("none") : std::to_string((ms - startMs) / 1000) + " s";
+    };
+    std::printf("first failed read: %s, first failed manual transaction: %s (into the run)\n",
+                at(firstFailedReadAt.load()).c_str(), at(firstFailedManualAt).c_str());
+    std::printf("longest pause of the manual loop: %lld ms\n", (long long)longestPauseMs);
     std::printf("before: fds %d threads %d rss %lld kB\n", before.fds, before.threads, (long long)before.rssKb);
     std::printf("running, at start: fds %d threads %d rss %lld kB\n", started.fds, started.threads,
                 (long long)started.rssKb);
