@@ -353,7 +353,9 @@ void OnPollResults(const PollResults& results) {
     if (results.empty() || !results.front().ok) return;
     const std::wstring text = Wide(results.front().displayText);
     SetText(c.decoded, text);
-    AppendLog(L"[Poll] " + text + L"\r\n");
+    // The cycle's TX and RX lines were posted before this result and are in the log already;
+    // what is still queued belongs to the next cycle and comes after this line.
+    QueueLogText(L"[Poll] " + text + L"\r\n");
 }
 
 void AppendLog(const std::wstring& text) {

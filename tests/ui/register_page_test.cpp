@@ -282,12 +282,23 @@ TEST_P(RegisterPage, CyclicPollReadsFc03WhateverTheListSaysAndAFiftyIsRaisedTo10
     EXPECT_EQ(ui::Poller().Interval(), 100u);
     EXPECT_FALSE(IsEnabled(id::kPollStart));
     EXPECT_TRUE(IsEnabled(id::kPollStop));
+    Sleep(450);  // the window thread stands still while several cycles queue their lines
     ASSERT_TRUE(PumpUntil([] { return CountLogLinesStartingWith(L"[Poll] 1234") >= 5; }, 5000));
     Click(id::kPollStop);
     EXPECT_TRUE(IsEnabled(id::kPollStart));
     EXPECT_FALSE(IsEnabled(id::kPollStop));
     EXPECT_FALSE(ui::Poller().IsRunning());
     EXPECT_EQ(Text(id::kDecoded), L"1234");
+    // Each cycle reads TX, RX (the header and the body), then its result, however far the window
+    // thread falls behind the poll: a result line never lands after the next cycle's frames.
+    const std::vector<std::wstring> lines = LogLines();
+    const auto starts = [&lines](size_t i, const wchar_t* prefix) { return lines[i].rfind(prefix, 0) == 0; };
+    for (size_t i = 0; i < lines.size(); ++i) {
+        if (!starts(i, L"[Poll] ")) continue;
+        ASSERT_GT(i, 2u);
+        EXPECT_TRUE(starts(i - 3, L"TX: ") && starts(i - 2, L"RX: ") && starts(i - 1, L"RX: ")) << "before line " << i;
+        if (i + 1 < lines.size()) EXPECT_TRUE(starts(i + 1, L"TX: ")) << "after line " << i;
+    }
     for (const auto& frame : GlobalTraceLog().Snapshot()) {
         EXPECT_EQ(Bytes(frame.request.begin() + 6, frame.request.end()), (Bytes{0x01, 0x03, 0x00, 0x1E, 0x00, 0x01}));
     }
