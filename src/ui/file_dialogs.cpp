@@ -35,10 +35,12 @@ private:
     std::wstring folder_;
 };
 
-}  // namespace
+using FileDialog = BOOL(WINAPI*)(OPENFILENAMEW*);
 
-std::optional<std::wstring> AskSaveFileName(HWND owner, const FileFilter& filter, const wchar_t* defaultExtension,
-                                            const std::wstring& suggestedName) {
+// Runs one of the two common file dialogs with a 260-character name buffer, the folder kept.
+std::optional<std::wstring> AskFileName(FileDialog run, HWND owner, const FileFilter& filter,
+                                        const wchar_t* defaultExtension, const std::wstring& suggestedName,
+                                        DWORD flags) {
     const std::wstring filterText = FilterText(filter);
     wchar_t path[kPathBufferSize] = {};
     suggestedName.copy(path, kPathBufferSize - 1);
@@ -49,25 +51,21 @@ std::optional<std::wstring> AskSaveFileName(HWND owner, const FileFilter& filter
     dialog.lpstrFile = path;
     dialog.nMaxFile = kPathBufferSize;
     dialog.lpstrDefExt = defaultExtension;
-    dialog.Flags = OFN_OVERWRITEPROMPT;
+    dialog.Flags = flags;
     KeepCurrentFolder keep;
-    if (!GetSaveFileNameW(&dialog)) return std::nullopt;
+    if (!run(&dialog)) return std::nullopt;
     return std::wstring(path);
 }
 
+}  // namespace
+
+std::optional<std::wstring> AskSaveFileName(HWND owner, const FileFilter& filter, const wchar_t* defaultExtension,
+                                            const std::wstring& suggestedName) {
+    return AskFileName(GetSaveFileNameW, owner, filter, defaultExtension, suggestedName, OFN_OVERWRITEPROMPT);
+}
+
 std::optional<std::wstring> AskOpenFileName(HWND owner, const FileFilter& filter) {
-    const std::wstring filterText = FilterText(filter);
-    wchar_t path[kPathBufferSize] = {};
-    OPENFILENAMEW dialog{};
-    dialog.lStructSize = sizeof(dialog);
-    dialog.hwndOwner = owner;
-    dialog.lpstrFilter = filterText.c_str();
-    dialog.lpstrFile = path;
-    dialog.nMaxFile = kPathBufferSize;
-    dialog.Flags = OFN_FILEMUSTEXIST;
-    KeepCurrentFolder keep;
-    if (!GetOpenFileNameW(&dialog)) return std::nullopt;
-    return std::wstring(path);
+    return AskFileName(GetOpenFileNameW, owner, filter, nullptr, L"", OFN_FILEMUSTEXIST);
 }
 
 int ShowMessage(HWND owner, const std::wstring& text, const std::wstring& caption, UINT style) {

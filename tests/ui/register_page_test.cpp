@@ -297,7 +297,9 @@ TEST_P(RegisterPage, CyclicPollReadsFc03WhateverTheListSaysAndAFiftyIsRaisedTo10
         if (!starts(i, L"[Poll] ")) continue;
         ASSERT_GT(i, 2u);
         EXPECT_TRUE(starts(i - 3, L"TX: ") && starts(i - 2, L"RX: ") && starts(i - 1, L"RX: ")) << "before line " << i;
-        if (i + 1 < lines.size()) EXPECT_TRUE(starts(i + 1, L"TX: ")) << "after line " << i;
+        if (i + 1 < lines.size()) {
+            EXPECT_TRUE(starts(i + 1, L"TX: ")) << "after line " << i;
+        }
     }
     for (const auto& frame : GlobalTraceLog().Snapshot()) {
         EXPECT_EQ(Bytes(frame.request.begin() + 6, frame.request.end()), (Bytes{0x01, 0x03, 0x00, 0x1E, 0x00, 0x01}));

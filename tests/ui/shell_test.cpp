@@ -45,9 +45,11 @@ TEST_P(Shell, WindowHasItsClassStyleAndA790By840ClientArea) {
     GetClientRect(MainWindow(), &client);
     EXPECT_GE(client.right - client.left, 790);
     EXPECT_GE(client.bottom - client.top, 840);
-    WNDCLASSEXW detail{sizeof(detail)};
+    WNDCLASSEXW detail{};
+    detail.cbSize = sizeof(detail);
     EXPECT_TRUE(GetClassInfoExW(GetModuleHandleW(nullptr), L"KestrelDetailDlg", &detail));
-    WNDCLASSEXW settings{sizeof(settings)};
+    WNDCLASSEXW settings{};
+    settings.cbSize = sizeof(settings);
     EXPECT_TRUE(GetClassInfoExW(GetModuleHandleW(nullptr), L"KestrelSettingsDlg", &settings));
 }
 
