@@ -169,6 +169,8 @@ done
 timeout 120 "${pin[@]}" "$bin/kestrel_bench_polling" 127.0.0.1 "$kes_port" "$((rounds * 3))" >"$work/polling"
 val() { awk -v k="$1" '$1 == k { print $2 }' "$2"; }
 field() { awk -v k="$1" -v f="$2" '$1 == k { print $f }' "$3"; }
+# "median [min-max]" of a line "key median min max".
+spread_field() { echo "$(field "$1" 2 "$2") [$(field "$1" 3 "$2")-$(field "$1" 4 "$2")]"; }
 
 # --- 5: RTU over a pseudo-terminal pair ---
 rtu_ok=0
@@ -241,8 +243,7 @@ row "3   first read's values in the file after, ms" "${first_value_ms:-never}" "
 row "3   slave's request line in the file after, ms" "${slave_line_ms:-never}" "" ""
 eng=$(field engine_us_per_detail 2 "$work/polling"); bare=$(field bare_us_per_read 2 "$work/polling")
 row "4 polling, us per detail (engine vs bare FC03)" \
-  "$eng [$(field engine_us_per_detail 3 "$work/polling")-$(field engine_us_per_detail 4 "$work/polling")]" \
-  "$bare [$(field bare_us_per_read 3 "$work/polling")-$(field bare_us_per_read 4 "$work/polling")]" "$(ratio "$eng" "$bare")"
+  "$(spread_field engine_us_per_detail "$work/polling")" "$(spread_field bare_us_per_read "$work/polling")" "$(ratio "$eng" "$bare")"
 row "4   of which: the reads / the results handler, us" \
   "$(field engine_read_us_per_detail 2 "$work/polling") / $(field handler_us_per_detail 2 "$work/polling")" "" ""
 row "4   engine overhead per detail, %" "$(awk -v e="$eng" -v b="$bare" 'BEGIN { printf "%.1f", (b > 0) ? (e / b - 1) * 100 : 0 }')" "" ""
@@ -250,8 +251,8 @@ row "4   engine overhead per detail, %" "$(awk -v e="$eng" -v b="$bare" 'BEGIN {
 # thread's CPU time is what the engine itself costs.
 ecpu=$(field engine_cpu_us_per_detail 2 "$work/polling"); bcpu=$(field bare_cpu_us_per_read 2 "$work/polling")
 row "4   client CPU, us per detail (engine vs bare FC03)" \
-  "$ecpu [$(field engine_cpu_us_per_detail 3 "$work/polling")-$(field engine_cpu_us_per_detail 4 "$work/polling")]" \
-  "$bcpu [$(field bare_cpu_us_per_read 3 "$work/polling")-$(field bare_cpu_us_per_read 4 "$work/polling")]" "$(ratio "$ecpu" "$bcpu")"
+  "$(spread_field engine_cpu_us_per_detail "$work/polling")" "$(spread_field bare_cpu_us_per_read "$work/polling")" \
+  "$(ratio "$ecpu" "$bcpu")"
 row "4   engine's own CPU per detail, % of a bare read" \
   "$(awk -v e="$ecpu" -v c="$bcpu" -v b="$bare" 'BEGIN { printf "%.1f", (b > 0) ? (e - c) / b * 100 : 0 }')" "" ""
 if [ "$rtu_ok" = 1 ]; then

@@ -64,9 +64,11 @@ struct Figures {
 
 Figures Now() { return {OpenDescriptors(), Threads(), ResidentKb()}; }
 
-int64_t SteadyMs() {
-    return std::chrono::duration_cast<std::chrono::milliseconds>(Clock::now().time_since_epoch()).count();
+int64_t Ms(Clock::time_point t) {
+    return std::chrono::duration_cast<std::chrono::milliseconds>(t.time_since_epoch()).count();
 }
+
+int64_t SteadyMs() { return Ms(Clock::now()); }
 
 }  // namespace
 
@@ -199,7 +201,7 @@ int main(int argc, char** argv) {
                 failedReads.load());
     std::printf("manual transactions: %ld, failed: %ld\n", manualDone, manualFailed);
     std::printf("recording entries: %zu, alarm events: %zu\n", entries, alarms.Events().size());
-    const int64_t startMs = std::chrono::duration_cast<std::chrono::milliseconds>(start.time_since_epoch()).count();
+    const int64_t startMs = Ms(start);
     const auto at = [startMs](int64_t ms) {
         return ms == 0 ? std::string("none") : std::to_string((ms - startMs) / 1000) + " s";
     };
