@@ -79,7 +79,8 @@ Modbus::Bytes ReadResponse(size_t byteCount, AppendData appendData) {
 }
 
 // FC15: coil i is bit (i mod 8) of data byte i / 8. A quantity larger than the bytes supplied
-// reads the missing bits as 0; the quantity is not compared with the byte count.
+// reads the missing bits as 0; the quantity is not compared with the byte count. The image takes
+// the packed bytes itself (SetCoilsPacked, the same rule); this list is for the change callback.
 std::vector<bool> CoilsFromRequest(const Modbus::Bytes& pdu, uint16_t quantity) {
     std::vector<bool> bits(quantity, false);
     const size_t byteCount = pdu[4];
@@ -185,9 +186,8 @@ void ModbusClient::ProcessRequest(const Modbus::Bytes& frame, SOCKET client) {
             break;
         }
         case 15: {
-            const std::vector<bool> bits = CoilsFromRequest(pdu, quantity);
-            image.SetCoils(start, bits);
-            if (coilsChanged) coilsChanged(start, bits);
+            image.SetCoilsPacked(start, quantity, pdu.data() + 5, pdu[4]);
+            if (coilsChanged) coilsChanged(start, CoilsFromRequest(pdu, quantity));
             respond(echo());
             Log("Slave: FC0F " + std::to_string(quantity) + Text(" Coils from ", " Coils ab ") + std::to_string(start));
             break;

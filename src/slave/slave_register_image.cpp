@@ -1,5 +1,7 @@
 #include "slave/slave_register_image.h"
 
+#include <algorithm>
+
 namespace {
 
 constexpr size_t kAddresses = 65536;
@@ -18,6 +20,14 @@ void WriteBlock(std::vector<Stored>& table, uint16_t start, const std::vector<In
     if (values.empty()) return;
     if (table.empty()) table.assign(kAddresses, 0);
     for (size_t i = 0; i < values.size(); ++i) table[static_cast<uint16_t>(start + i)] = static_cast<Stored>(values[i]);
+}
+
+// `count` entries from `start` set to `value`, wrapping at 65536: at most two runs of memory.
+template <typename Stored>
+void FillBlock(std::vector<Stored>& table, uint16_t start, uint32_t count, Stored value) {
+    const uint32_t first = std::min<uint32_t>(count, static_cast<uint32_t>(kAddresses - start));
+    std::fill_n(table.begin() + start, first, value);
+    std::fill_n(table.begin(), count - first, value);
 }
 
 void AppendPacked(const std::vector<uint8_t>& table, uint16_t start, uint16_t count, std::vector<uint8_t>& out) {
@@ -47,6 +57,17 @@ void AppendBigEndian(const std::vector<uint16_t>& table, uint16_t start, uint16_
 void SlaveRegisterImage::SetCoils(uint16_t start, const std::vector<bool>& values) {
     std::lock_guard<std::mutex> lock(mutex_);
     WriteBlock(coils_, start, values);
+}
+
+void SlaveRegisterImage::SetCoilsPacked(uint16_t start, uint16_t count, const uint8_t* bytes, size_t byteCount) {
+    if (count == 0) return;
+    std::lock_guard<std::mutex> lock(mutex_);
+    if (coils_.empty()) coils_.assign(kAddresses, 0);
+    const uint32_t carried = static_cast<uint32_t>(std::min<size_t>(count, byteCount * 8));
+    for (uint32_t i = 0; i < carried; ++i) {
+        coils_[static_cast<uint16_t>(start + i)] = static_cast<uint8_t>((bytes[i / 8] >> (i % 8)) & 1u);
+    }
+    FillBlock<uint8_t>(coils_, static_cast<uint16_t>(start + carried), count - carried, 0);
 }
 
 void SlaveRegisterImage::SetHoldingRegisters(uint16_t start, const std::vector<uint16_t>& values) {

@@ -4,6 +4,7 @@
 // flat array of all 65,536 values, allocated on its first write (so a connection that never serves
 // costs nothing, and the two tables the program never writes stay empty): a read of 2,000 coils is
 // then one pass over contiguous memory rather than a walk through 2,000 tree nodes.
+#include <cstddef>
 #include <cstdint>
 #include <mutex>
 #include <vector>
@@ -11,6 +12,10 @@
 class SlaveRegisterImage {
 public:
     void SetCoils(uint16_t start, const std::vector<bool>& values);
+    // `count` coils from `start` as a write request packs them, least significant bit first in
+    // `byteCount` bytes; coils past the bytes given are switched off. One pass over the table, with
+    // no list of bits in between: a request may write 65,535 coils.
+    void SetCoilsPacked(uint16_t start, uint16_t count, const uint8_t* bytes, size_t byteCount);
     void SetHoldingRegisters(uint16_t start, const std::vector<uint16_t>& values);
     std::vector<bool> GetCoils(uint16_t start, uint16_t count) const;
     std::vector<bool> GetDiscreteInputs(uint16_t start, uint16_t count) const;

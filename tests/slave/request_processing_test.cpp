@@ -152,6 +152,19 @@ TEST_F(RequestProcessingTest, MultipleCoilWriteUnpacksBitsAndReadsMissingBytesAs
     EXPECT_EQ(notified, expected);
 }
 
+TEST_F(RequestProcessingTest, MultipleCoilWriteWrapsAtTheTopAndSwitchesOffEveryCoilPastItsBytes) {
+    slave.Image().SetCoils(0, std::vector<bool>(2000, true));
+    slave.Image().SetCoils(65520, std::vector<bool>(16, true));
+    Start();
+    // From 65530, 2,000 coils with one data byte (0xFF): 65530..65535 and 0..1 on, 2..1993 off.
+    EXPECT_EQ(ToHex(Ask("00 0F 00 00 00 08 01 0F FF FA 07 D0 01 FF")), "00 0F 00 00 00 06 01 0F FF FA 07 D0");
+    ASSERT_TRUE(WaitForLine(log, "Slave: FC0F 2000 Coils from 65530"));
+    EXPECT_EQ(slave.Image().GetCoils(65520, 16), std::vector<bool>(16, true)) << "65520..65529 stay, the rest is on";
+    EXPECT_EQ(slave.Image().GetCoils(0, 2), std::vector<bool>(2, true));
+    EXPECT_EQ(slave.Image().GetCoils(2, 1992), std::vector<bool>(1992, false));
+    EXPECT_EQ(slave.Image().GetCoils(1994, 6), std::vector<bool>(6, true)) << "past the quantity nothing changes";
+}
+
 TEST_F(RequestProcessingTest, MultipleRegisterWriteTakesTheByteCountOverTheQuantity) {
     std::vector<std::pair<uint16_t, std::vector<uint16_t>>> changes;
     slave.SetRegisterChangedCallback(
