@@ -52,7 +52,7 @@ int RunDecode(std::vector<std::string>& args) {
 }  // namespace
 
 KESTREL_CLI_COMMAND(decode, "decode",
-                    "  kestrel-cli [--lang en|de] decode --type NAME [--order NAME] [--scale X] [--offset Y] [--unit U] REG...\n",
+                    "  kestrel-cli [--lang en|de] decode --type NAME [--order NAME] [--scale X] [--offset Y] [--unit U] REG...\n", "",
                     RunDecode);
 
 }  // namespace cli

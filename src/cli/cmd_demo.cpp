@@ -89,6 +89,6 @@ int RunDemo(std::vector<std::string>& args) {
 
 }  // namespace
 
-KESTREL_CLI_COMMAND(demo, "demo", "  kestrel-cli [--lang en|de] demo [--cycles N] [--interval MS]\n", RunDemo);
+KESTREL_CLI_COMMAND(demo, "demo", "  kestrel-cli [--lang en|de] demo [--cycles N] [--interval MS]\n", "", RunDemo);
 
 }  // namespace cli

@@ -167,10 +167,10 @@ int RunWriteCommand(std::vector<std::string>& args) {
 }  // namespace
 
 KESTREL_CLI_COMMAND(read, "read",
-                    "  kestrel-cli [--lang en|de] read  CONN [--unit N] --fc 1|2|3|4|23|24 --address A [--count N] [--repeat N] [VALUE...]\n",
+                    "  kestrel-cli [--lang en|de] read  CONN [--unit N] --fc 1|2|3|4|23|24 --address A [--count N] [--repeat N] [VALUE...]\n", "",
                     RunReadCommand);
 KESTREL_CLI_COMMAND(write, "write",
-                    "  kestrel-cli [--lang en|de] write CONN [--unit N] --fc 5|6|15|16 --address A VALUE...\n",
+                    "  kestrel-cli [--lang en|de] write CONN [--unit N] --fc 5|6|15|16 --address A VALUE...\n", "",
                     RunWriteCommand);
 
 }  // namespace cli

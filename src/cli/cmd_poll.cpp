@@ -50,7 +50,7 @@ int RunPoll(std::vector<std::string>& args) {
 
 KESTREL_CLI_COMMAND(poll, "poll",
                     "  kestrel-cli [--lang en|de] poll [--file F] (--id N | --name NAME) [--interval MS] [--cycles N] "
-                    "[--record FILE.csv] [--pcap FILE.pcap]\n",
+                    "[--record FILE.csv] [--pcap FILE.pcap]\n", "",
                     RunPoll);
 
 }  // namespace cli

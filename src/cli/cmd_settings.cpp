@@ -110,7 +110,7 @@ int RunSettings(std::vector<std::string>& args) {
 
 }  // namespace
 
-KESTREL_CLI_COMMAND(settings, "settings", "  kestrel-cli [--lang en|de] settings show | set KEY VALUE\n",
+KESTREL_CLI_COMMAND(settings, "settings", "  kestrel-cli [--lang en|de] settings show | set KEY VALUE\n", "",
                     RunSettings);
 
 }  // namespace cli

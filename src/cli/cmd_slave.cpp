@@ -147,7 +147,7 @@ KESTREL_CLI_COMMAND(slave, "slave",
                     "[--stop-bits 1|2])\n"
                     "              [--unit N] [--delay MS] [--inject CODE:FROM-TO] [--holding A=V[,V...]]... "
                     "[--coils A=B[,B...]]...\n"
-                    "              [--duration S]\n",
+                    "              [--duration S]\n", "",
                     RunSlave);
 
 }  // namespace cli

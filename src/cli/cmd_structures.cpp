@@ -145,6 +145,6 @@ int RunStructures(std::vector<std::string>& args) {
 }  // namespace
 
 KESTREL_CLI_COMMAND(structures, "structures",
-                    "  kestrel-cli [--lang en|de] structures [--file F] list | show ID | demo\n", RunStructures);
+                    "  kestrel-cli [--lang en|de] structures [--file F] list | show ID | demo\n", "", RunStructures);
 
 }  // namespace cli

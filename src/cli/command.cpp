@@ -1,5 +1,6 @@
 #include "cli/command.h"
 
+#include <algorithm>
 #include <atomic>
 #include <cerrno>
 #include <csignal>
@@ -21,7 +22,25 @@ extern "C" void OnStopSignal(int) { g_stop.store(true); }
 
 CommandRegistrar::CommandRegistrar(const Command& command) { Registry().push_back(command); }
 
-const std::vector<Command>& Commands() { return Registry(); }
+const std::vector<std::string>& CommandOrder() {
+    // The master commands first, then the slave side, the device descriptions and their polling.
+    static const std::vector<std::string> order = {"read",   "write",    "scan",     "slave", "monitor",
+                                                   "structures", "decode", "settings", "poll",  "demo"};
+    return order;
+}
+
+std::vector<Command> Commands() {
+    std::vector<Command> commands = Registry();
+    const auto rank = [](const Command& command) {
+        const auto& order = CommandOrder();
+        return static_cast<size_t>(std::find(order.begin(), order.end(), command.name) - order.begin());
+    };
+    std::sort(commands.begin(), commands.end(), [&](const Command& a, const Command& b) {
+        const size_t ra = rank(a), rb = rank(b);
+        return ra != rb ? ra < rb : std::string(a.name) < std::string(b.name);
+    });
+    return commands;
+}
 
 std::optional<std::string> TakeOption(std::vector<std::string>& args, const std::string& flag) {
     for (size_t i = 0; i < args.size(); ++i) {

@@ -18,6 +18,9 @@ struct UsageError : std::runtime_error {
 struct Command {
     const char* name;
     const char* usage;  // the command's usage lines, each ending in '\n'
+    // What `kestrel-cli COMMAND --help` prints after the usage: the options, one per line, and an
+    // example; every line ends in '\n'. The man page is made from the same text.
+    const char* help;
     int (*run)(std::vector<std::string>& args);
 };
 
@@ -25,10 +28,14 @@ struct CommandRegistrar {
     explicit CommandRegistrar(const Command& command);
 };
 
-const std::vector<Command>& Commands();
+// Every command, in the order of the usage (CommandOrder), whatever order the linker ran the
+// registrars in.
+std::vector<Command> Commands();
+// The names in the order the usage lists them; a command missing here comes after them, by name.
+const std::vector<std::string>& CommandOrder();
 
-#define KESTREL_CLI_COMMAND(id, name, usage, run) \
-    static const ::cli::CommandRegistrar id##_registrar(::cli::Command{name, usage, run})
+#define KESTREL_CLI_COMMAND(id, name, usage, help, run) \
+    static const ::cli::CommandRegistrar id##_registrar(::cli::Command{name, usage, help, run})
 
 // Argument helpers. Each takes (and removes) what it parses from `args`.
 // --flag VALUE; nullopt when absent; UsageError when the value is missing.
