@@ -3,6 +3,7 @@
 #include <cstdio>
 
 #include "cli/command.h"
+#include "cli/mqtt_options.h"
 #include "cli/poll_session.h"
 #include "cli/store_loading.h"
 #include "polling/structure_polling.h"
@@ -19,6 +20,12 @@ int RunPoll(std::vector<std::string>& args) {
     PollSessionOptions options;
     options.csvPath = TakeOption(args, "--record");
     options.pcapPath = TakeOption(args, "--pcap");
+    try {
+        options.mqtt = TakeMqttOptions(args);
+    } catch (const UnreadableFile& error) {
+        std::fprintf(stderr, "kestrel-cli: %s\n", error.what());
+        return 1;
+    }
     RejectUnknownOptions(args);
     if (!args.empty()) throw UsageError("unexpected argument '" + args.front() + "'");
     if (id.has_value() == name.has_value()) throw UsageError("poll needs either --id N or --name NAME");
@@ -48,9 +55,12 @@ int RunPoll(std::vector<std::string>& args) {
 
 }  // namespace
 
-KESTREL_CLI_COMMAND(poll, "poll",
-                    "  kestrel-cli [--lang en|de] poll [--file F] (--id N | --name NAME) [--interval MS] [--cycles N] "
-                    "[--record FILE.csv] [--pcap FILE.pcap]\n", "",
-                    RunPoll);
+const std::string kPollUsage = std::string(
+    "  kestrel-cli [--lang en|de] poll [--file F] (--id N | --name NAME) [--interval MS] [--cycles N] "
+    "[--record FILE.csv] [--pcap FILE.pcap] ") + kMqttUsage + "\n";
+const std::string kPollHelp = std::string(kMqttHelp) +
+    "example: kestrel-cli poll --name \"Pumpe 1\" --interval 500 --mqtt --mqtt-broker tcp://127.0.0.1:1883\n";
+
+KESTREL_CLI_COMMAND(poll, "poll", kPollUsage.c_str(), kPollHelp.c_str(), RunPoll);
 
 }  // namespace cli
