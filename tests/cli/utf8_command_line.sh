@@ -105,5 +105,26 @@ details: 2
 # stderr and is not compared.
 expect poll $'Temperatur: 20.000 \u00b0C\nGröße: 1234 mm\n' - --lang en poll --file Größe.json --name Größe --cycles 1 --interval 100
 
-[ $status -eq 0 ] && echo "decode, structures list/show and poll print the expected UTF-8 bytes"
+# On a console the text shows as the characters it encodes. `script` gives the program a terminal;
+# under Wine that makes a Windows console, which draws its screen onto the terminal with cursor
+# moves (a skipped cell is a cursor step right, kept as a space here).
+on_console() {  # NAME EXPECTED PROGRAM_ARGS...
+  local name=$1 expected=$2 command shown
+  shift 2
+  printf -v command '%q ' timeout 60 "${cli[@]}" "$@"
+  shown=$(script -qec "$command" /dev/null </dev/null |
+    perl -pe 's/\e\[(\d*)C/" " x ($1 || 1)/ge; s/\e\[[?0-9;]*[a-zA-Z]//g; s/\r//g')
+  if [ "$shown" != "$expected" ]; then
+    echo "$name on a console: expected, then got:"
+    printf '%s\n' "$expected" | od -c | head -10
+    printf '%s\n' "$shown" | od -c | head -10
+    status=1
+  fi
+}
+on_console decode-console $'20.000 \u00b0C' --lang en decode --type UINT16 --scale 0.1 --offset -50 --unit °C 700
+on_console list-console "1  Größe  127.0.0.1:$port  Unit-ID 1  2 Details" --lang en structures --file Größe.json list
+on_console error-console "kestrel-cli: Größe.json: keine Struktur mit der Id 7" \
+  --lang de structures --file Größe.json show 7
+
+[ $status -eq 0 ] && echo "decode, structures list/show and poll print the expected UTF-8 bytes, to a pipe and a console"
 exit $status
