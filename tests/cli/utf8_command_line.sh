@@ -103,7 +103,13 @@ details: 2
 " '' --lang en structures --file Größe.json show 1
 # The structure is found by the name typed on the command line; the log (with the port) goes to
 # stderr and is not compared.
-expect poll $'Temperatur: 20.000 \u00b0C\nGröße: 1234 mm\n' - --lang en poll --file Größe.json --name Größe --cycles 1 --interval 100
+expect poll $'Temperatur: 20.000 \u00b0C\nGröße: 1234 mm\n' - \
+  --lang en poll --file Größe.json --name Größe --cycles 1 --interval 100 --record Größe.csv --pcap Größe.pcap
+# The recording and the capture are written under the names typed (the CSV without its time stamps).
+recorded=$(cut -d';' -f2- Größe.csv 2>/dev/null)
+expected=$'Name;RawValue;DisplayValue;Unit\r\nTemperatur;700.000000;20.000 \u00b0C;\u00b0C\r\nGröße;1234.000000;1234 mm;mm\r'
+[ "$recorded" = "$expected" ] || { echo "Größe.csv holds:"; od -c Größe.csv | head -20; ls; status=1; }
+[ "$(head -c 4 Größe.pcap 2>/dev/null | od -An -tx1 | tr -d ' ')" = d4c3b2a1 ] || { echo "no capture Größe.pcap"; ls; status=1; }
 
 # On a console the text shows as the characters it encodes. `script` gives the program a terminal;
 # under Wine that makes a Windows console, which draws its screen onto the terminal with cursor
