@@ -9,6 +9,7 @@ packages=(
   libmodbus-dev python3 python3-pymodbus python3-serial python3-serial-asyncio mbpoll tshark hyperfine nsis unzip
   clang libclang-rt-14-dev llvm
   libmosquitto-dev mosquitto mosquitto-clients openssl
+  dpkg-dev man-db groff-base gzip
 )
 
 missing=()

@@ -55,11 +55,28 @@ int RunPoll(std::vector<std::string>& args) {
 
 }  // namespace
 
+// What `kestrel-cli poll --help` prints after the usage (and the manual page shows).
+const std::string kPollHelp = std::string(
+    "Polls one structure of the structures file as the window's Structures page does, until --cycles or\n"
+    "Ctrl-C. Each cycle prints a line \"name: value\" per detail (\"name: [Fehler]\" when its read failed);\n"
+    "alarm events print as they are raised (\"[HH:MM:SS] type | detail | message\"); the log goes to stderr.\n"
+    "\n"
+    "Options:\n"
+    "  --file F               the structures file; default modbus_structures.json in the current folder\n"
+    "  --id N                 the structure to poll, by its id (give --id or --name)\n"
+    "  --name NAME            the structure to poll, by its name\n"
+    "  --interval MS          milliseconds from the start of one cycle to the next; below 100 is 100; default 1000\n"
+    "  --cycles N             stop after N cycles; default: poll until Ctrl-C or SIGTERM\n"
+    "  --record FILE.csv      write the recorded values to FILE.csv at the end; default: no recording\n"
+    "  --pcap FILE.pcap       write the traffic as a capture for Wireshark to FILE.pcap at the end; default: none\n") +
+    kMqttHelp +
+    "Example:\n"
+    "  kestrel-cli poll --file plant.json --name Demo-Geraet --interval 250 --cycles 4 --record values.csv\n"
+    "  kestrel-cli poll --file plant.json --name Demo-Geraet --mqtt --mqtt-broker tcp://127.0.0.1:1883 --mqtt-qos 1\n";
+
 const std::string kPollUsage = std::string(
     "  kestrel-cli [--lang en|de] poll [--file F] (--id N | --name NAME) [--interval MS] [--cycles N] "
-    "[--record FILE.csv] [--pcap FILE.pcap] ") + kMqttUsage + "\n";
-const std::string kPollHelp = std::string(kMqttHelp) +
-    "example: kestrel-cli poll --name \"Pumpe 1\" --interval 500 --mqtt --mqtt-broker tcp://127.0.0.1:1883\n";
+    "[--record FILE.csv] [--pcap FILE.pcap]\n") + kMqttUsage;
 
 KESTREL_CLI_COMMAND(poll, "poll", kPollUsage.c_str(), kPollHelp.c_str(), RunPoll);
 

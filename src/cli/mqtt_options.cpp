@@ -10,24 +10,27 @@
 
 namespace cli {
 
+// The usage's second line (under the command's first) and the help's option lines.
 const char* const kMqttUsage =
-    "[--mqtt [--mqtt-broker URL] [--mqtt-port N] [--mqtt-qos 0|1|2] [--mqtt-prefix P] [--mqtt-client-id ID] "
-    "[--mqtt-user U] [--mqtt-password-file F] [--mqtt-ca F] [--mqtt-retain] [--mqtt-on-change] [--mqtt-queue N]]";
+    "            [--mqtt [--mqtt-broker URL] [--mqtt-port N] [--mqtt-qos 0|1|2] [--mqtt-prefix P] [--mqtt-client-id ID]\n"
+    "                    [--mqtt-user U] [--mqtt-password-file F] [--mqtt-ca F] [--mqtt-retain] [--mqtt-on-change]\n"
+    "                    [--mqtt-queue N]]\n";
 
 const char* const kMqttHelp =
-    "  --mqtt                  publish every value after each cycle to an MQTT broker (the stored bridge\n"
-    "                          settings, whatever their enabled flag says, overridden by the options below)\n"
-    "  --mqtt-broker URL       tcp://HOST[:PORT] or mqtts://HOST[:PORT] (TLS)\n"
-    "  --mqtt-port N           the broker's port (wins over the URL's)\n"
-    "  --mqtt-qos 0|1|2        quality of service of every message\n"
-    "  --mqtt-prefix P         first topic level(s): P/STRUCTURE/DETAIL, P/STRUCTURE/alarms, P/STRUCTURE/status\n"
-    "  --mqtt-client-id ID     the client id (two bridges on one broker need two ids)\n"
-    "  --mqtt-user U           log in as U\n"
-    "  --mqtt-password-file F  the password is the first line of F (never given on the command line)\n"
-    "  --mqtt-ca F             verify the broker's TLS certificate with this CA file\n"
-    "  --mqtt-retain           publish the values retained\n"
-    "  --mqtt-on-change        publish a detail only when its value changed (and once at start)\n"
-    "  --mqtt-queue N          QoS 1/2: messages kept while the broker is away, oldest dropped (10000)\n";
+    "  --mqtt                 also publish every value after each cycle, and each alarm, to an MQTT broker: the\n"
+    "                         stored bridge settings (whatever their enabled flag says) with the options below\n"
+    "  --mqtt-broker URL      tcp://HOST[:PORT] or mqtts://HOST[:PORT] (TLS); default the stored mqtt_broker\n"
+    "  --mqtt-port N          the broker's port, over the URL's; default the URL's port, else the stored mqtt_port\n"
+    "  --mqtt-qos 0|1|2       the quality of service of every message; default the stored mqtt_qos\n"
+    "  --mqtt-prefix P        the first topic level(s): P/STRUCTURE/DETAIL, P/STRUCTURE/alarms, P/STRUCTURE/status;\n"
+    "                         default the stored mqtt_topic_prefix\n"
+    "  --mqtt-client-id ID    the MQTT client id (one per bridge on a broker); default the stored mqtt_client_id\n"
+    "  --mqtt-user U          log in as U; default the stored mqtt_username (empty: no login)\n"
+    "  --mqtt-password-file F the password is the first line of F (never on the command line); default the stored one\n"
+    "  --mqtt-ca F            TLS: verify the broker's certificate with this CA file; default the system's CAs\n"
+    "  --mqtt-retain          publish the values retained; default not retained\n"
+    "  --mqtt-on-change       publish a detail only when its value changed (and once at start); default every cycle\n"
+    "  --mqtt-queue N         QoS 1/2: messages kept while the broker is away, the oldest dropped; default 10000\n";
 
 namespace {
 
