@@ -66,8 +66,6 @@ void PutLines(const std::string& text, const MonitorOutput& output) {
 
 int RunBusMonitor(const MonitorOptions& options, const std::function<bool()>& stopRequested,
                   const MonitorOutput& output) {
-    output.message(T("Listening on ", "Hoere auf ") + options.device + " @ " + std::to_string(options.baud) +
-                   " Baud ...");
     ListeningPort port(options);
     if (!port.IsOpen()) {
         output.message(T("Could not open serial port.", "Seriellen Port konnte nicht geoeffnet werden."));
@@ -83,6 +81,9 @@ int RunBusMonitor(const MonitorOptions& options, const std::function<bool()>& st
         return 1;
     }
 
+    // Said once the port is open and purged: from here on every byte on the line is heard.
+    output.message(T("Listening on ", "Hoere auf ") + options.device + " @ " + std::to_string(options.baud) +
+                   " Baud ...");
     const int64_t startUs = platform::MonotonicMicroseconds();
     const int64_t startWallUs = platform::UnixTimeMilliseconds() * 1000;
     RtuFrameSplitter splitter(SilenceMicroseconds(options.baud, options.dataBits, options.parity, options.stopBits),

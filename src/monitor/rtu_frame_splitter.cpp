@@ -79,7 +79,10 @@ bool RtuFrameSplitter::Decide(bool tailQuiet, bool tailDone, SplitFrame& frame) 
 
 RtuFrameSplitter::Match RtuFrameSplitter::MatchAt(size_t at, bool tailQuiet, bool tailDone) const {
     const size_t available = bytes_.size() - at;
+    // Unit ids above 247 are reserved and function code 0 does not exist: no frame starts there.
+    if (!IsPlausibleUnitId(bytes_[at])) return {Outcome::None, 0};
     if (available < 2) return {tailDone ? Outcome::None : Outcome::Incomplete, 0};
+    if ((bytes_[at + 1] & 0x7F) == 0) return {Outcome::None, 0};
     if (HasLengthRule(bytes_[at + 1] & 0x7F)) return MatchByLength(at, tailDone);
     return MatchByCrcAlone(at, tailQuiet, tailDone);
 }
@@ -120,13 +123,13 @@ RtuFrameSplitter::Match RtuFrameSplitter::MatchByCrcAlone(size_t at, bool tailQu
     for (size_t length = 1; length <= longest; ++length) {
         crc ^= bytes_[at + length - 1];
         for (int bit = 0; bit < 8; ++bit) crc = (crc & 1) ? static_cast<uint16_t>((crc >> 1) ^ 0xA001) : crc >> 1;
-        if (length < kMinimumRtuFrame || crc != 0) continue;
         const size_t end = at + length;
-        if (end == bytes_.size()) {
-            if (tailQuiet) return {Outcome::Good, length};
-            return {Outcome::Incomplete, 0};
+        if (length >= kMinimumRtuFrame && crc == 0) {
+            if (end == bytes_.size()) return {tailQuiet ? Outcome::Good : Outcome::Incomplete, length};
+            if (silenceBefore_[end] || PlausibleStartAt(end)) return {Outcome::Good, length};
         }
-        if (silenceBefore_[end] || PlausibleStartAt(end)) return {Outcome::Good, length};
+        // Without a length rule a pause cannot be told from the end: a frame never spans a silence.
+        if (SilenceAt(end, tailQuiet)) return {Outcome::None, 0};
     }
     if (available < kMaximumRtuFrame && !tailDone) return {Outcome::Incomplete, 0};
     return {Outcome::None, 0};
@@ -139,23 +142,37 @@ RtuFrameSplitter::Match RtuFrameSplitter::MatchBadCrc(bool tailQuiet, bool tailD
     if (available < kMinimumRtuFrame) return {Outcome::None, 0};
     if (!IsPlausibleUnitId(b[0]) || !IsPlausibleFunctionCode(b[1])) return {Outcome::None, 0};
 
-    // A length of the rule that ends at a silence or where a good frame begins.
+    // A length of the rule that ends at a silence, or else exactly where a good frame begins. Noise
+    // in front of a good frame can give a rule length that ends at that frame's end: no good frame
+    // may begin inside.
+    bool mayEndLater = false;
     if (HasLengthRule(b[1] & 0x7F)) {
-        const FrameLength rules[2] = {RequestLength(b, available), ResponseLength(b, available)};
-        for (const FrameLength& rule : rules) {
-            if (rule.kind != LengthKind::Known || rule.length < kMinimumRtuFrame || rule.length > available) continue;
-            bool ends = SilenceAt(at + rule.length, tailQuiet);
-            if (!ends) {
-                const Match next = MatchAt(at + rule.length, tailQuiet, tailDone);
-                if (next.outcome == Outcome::Incomplete) return {Outcome::Incomplete, 0};
-                ends = next.outcome == Outcome::Good;
+        std::vector<size_t> lengths;
+        for (const FrameLength& rule : {RequestLength(b, available), ResponseLength(b, available)}) {
+            if (rule.kind == LengthKind::Known && rule.length >= kMinimumRtuFrame && rule.length <= available) {
+                lengths.push_back(rule.length);
             }
-            // Noise in front of a good frame can give a rule length that ends at that frame's end.
-            if (ends) return {GoodFrameInside(at, rule.length) ? Outcome::None : Outcome::Good, rule.length};
+        }
+        for (size_t length : lengths) {
+            if (SilenceAt(at + length, tailQuiet)) {
+                return {GoodFrameInside(at, length) ? Outcome::None : Outcome::Good, length};
+            }
+        }
+        for (size_t length : lengths) {
+            const Match next = MatchAt(at + length, tailQuiet, tailDone);
+            if (next.outcome == Outcome::Good) return {GoodFrameInside(at, length) ? Outcome::None : Outcome::Good, length};
+            if (next.outcome == Outcome::Incomplete) mayEndLater = true;
         }
     }
 
-    // The bytes up to the next silence, when no good frame begins inside them.
+    // The bytes up to the next silence, when they came after a silence.
+    const Match segment = MatchSegment(at, tailQuiet, tailDone);
+    if (segment.outcome == Outcome::Good || !mayEndLater) return segment;
+    return {Outcome::Incomplete, 0};
+}
+
+RtuFrameSplitter::Match RtuFrameSplitter::MatchSegment(size_t at, bool tailQuiet, bool tailDone) const {
+    const size_t available = bytes_.size() - at;
     const size_t longest = std::min(available, kMaximumRtuFrame);
     size_t end = 0;
     for (size_t length = 1; length <= longest; ++length) {

@@ -9,7 +9,9 @@
 //      frame, wherever the silences are.
 //   2. CRC alone, for codes without a length rule (08, 2B, unknown ones): the shortest length of 4
 //      to 256 bytes whose CRC is right and that ends at a silence, at the end of the data, or
-//      where a plausible frame (unit id 0..247, a known function code) begins.
+//      where a plausible frame (unit id 0..247, a known function code) begins. Such a frame must
+//      not contain a visible silence: nothing tells a pause inside it from its end.
+//   No frame starts at a unit id above 247 or at function code 0.
 //   3. Bad CRC: when no length is right and the bytes start with a plausible unit id and function
 //      code, a length of the rule that ends at a visible silence or exactly where a good frame
 //      begins is a frame with a bad CRC; so are the 4 to 256 bytes up to the next silence when the
@@ -74,6 +76,7 @@ private:
     Match MatchByLength(size_t at, bool tailDone) const;
     Match MatchByCrcAlone(size_t at, bool tailQuiet, bool tailDone) const;
     Match MatchBadCrc(bool tailQuiet, bool tailDone) const;
+    Match MatchSegment(size_t at, bool tailQuiet, bool tailDone) const;
     bool GoodFrameInside(size_t at, size_t length) const;
     bool CrcRight(size_t at, size_t length) const;
     bool SilenceAt(size_t at, bool tailQuiet) const;
