@@ -117,6 +117,8 @@ RtuFrameSplitter::Match RtuFrameSplitter::MatchByLength(size_t at, bool tailDone
 RtuFrameSplitter::Match RtuFrameSplitter::MatchByCrcAlone(size_t at, bool tailQuiet, bool tailDone) const {
     const size_t available = bytes_.size() - at;
     const size_t longest = std::min(available, kMaximumRtuFrame);
+    const uint8_t code = bytes_[at + 1] & 0x7F;
+    const bool spansSilences = code == 8 || code == 43;
     // The CRC register over a frame and its own CRC (low byte first) ends at zero, so one pass
     // checks every length.
     uint16_t crc = 0xFFFF;
@@ -128,8 +130,9 @@ RtuFrameSplitter::Match RtuFrameSplitter::MatchByCrcAlone(size_t at, bool tailQu
             if (end == bytes_.size()) return {tailQuiet ? Outcome::Good : Outcome::Incomplete, length};
             if (silenceBefore_[end] || PlausibleStartAt(end)) return {Outcome::Good, length};
         }
-        // Without a length rule a pause cannot be told from the end: a frame never spans a silence.
-        if (SilenceAt(end, tailQuiet)) return {Outcome::None, 0};
+        // 08 and 2B frames may hold pauses (a USB adapter hands bytes over in slices); a code we do
+        // not know is taken only in one piece, so noise that looks like one is given up at once.
+        if (!spansSilences && SilenceAt(end, tailQuiet)) return {Outcome::None, 0};
     }
     if (available < kMaximumRtuFrame && !tailDone) return {Outcome::Incomplete, 0};
     return {Outcome::None, 0};

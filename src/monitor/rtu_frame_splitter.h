@@ -9,8 +9,9 @@
 //      frame, wherever the silences are.
 //   2. CRC alone, for codes without a length rule (08, 2B, unknown ones): the shortest length of 4
 //      to 256 bytes whose CRC is right and that ends at a silence, at the end of the data, or
-//      where a plausible frame (unit id 0..247, a known function code) begins. Such a frame must
-//      not contain a visible silence: nothing tells a pause inside it from its end.
+//      where a plausible frame (unit id 0..247, a known function code) begins. 08 and 2B frames
+//      may contain visible silences (a pause inside a frame); frames of codes we do not know at
+//      all may not, so that noise which looks like such a code is given up at the first silence.
 //   No frame starts at a unit id above 247 or at function code 0.
 //   3. Bad CRC: when no length is right and the bytes start with a plausible unit id and function
 //      code, a length of the rule that ends at a visible silence or exactly where a good frame
