@@ -45,21 +45,28 @@ int RunMonitor(std::vector<std::string>& args) {
 
 }  // namespace
 
+constexpr char kMonitorHelp[] =
+    "Listens to a Modbus RTU line without ever writing to it: recovers every frame (by the silences where\n"
+    "they show, the function code's length and the CRC), pairs requests with responses and prints one line\n"
+    "per frame; at the end (--duration, Ctrl-C or SIGTERM) a statistics table per unit id and the noise\n"
+    "bytes skipped. Frame line: TIME DIRECTION unit U NAME[, address A][, count C][, values V...]\n"
+    "[, exception E]: STATUS[, RT ms] | BYTES.\n"
+    "\n"
+    "Options:\n"
+    "  --rtu DEVICE           the serial port to listen on (/dev/ttyUSB0, COM3), 8 data bits\n"
+    "  --baud N               the baud rate; default 9600 (it sets the 3.5-character silence)\n"
+    "  --parity N|E|O         no, even or odd parity; default N\n"
+    "  --stop-bits 1|2        the stop bits; default 1\n"
+    "  --pcap FILE            write every frame to a PCAP capture as it comes (tshark: -d tcp.port==502,mbrtu)\n"
+    "  --csv FILE             write every frame as a CSV row (separator ;) as it comes\n"
+    "  --duration S           stop after S seconds; default: run until Ctrl-C or SIGTERM\n"
+    "  --quiet                print no frame lines, only the statistics\n"
+    "Example:\n"
+    "  kestrel-cli monitor --rtu /dev/ttyUSB0 --baud 19200 --parity E --csv bus.csv --pcap bus.pcap\n";
+
 KESTREL_CLI_COMMAND(monitor, "monitor",
                     "  kestrel-cli [--lang en|de] monitor --rtu DEVICE [--baud N] [--parity N|E|O] [--stop-bits 1|2]\n"
                     "              [--pcap FILE] [--csv FILE] [--duration S] [--quiet]\n",
-                    "Listens to an RTU line without ever writing to it; prints one line per frame and the\n"
-                    "statistics per unit id at the end (Ctrl-C or --duration).\n"
-                    "  --rtu DEVICE     the serial port (COM5, /dev/ttyUSB0)\n"
-                    "  --baud N         line speed (default 9600); with --parity (default N) and\n"
-                    "                   --stop-bits (default 1) it sets the 3.5-character silence\n"
-                    "  --pcap FILE      write every frame to a PCAP capture, flushed frame by frame\n"
-                    "                   (tshark -r FILE -d tcp.port==502,mbrtu decodes it)\n"
-                    "  --csv FILE       write every frame as a CSV row (separator ';')\n"
-                    "  --duration S     stop after S seconds\n"
-                    "  --quiet          no frame lines, only the statistics\n"
-                    "example:\n"
-                    "  kestrel-cli monitor --rtu /dev/ttyUSB0 --baud 19200 --parity E --csv bus.csv --pcap bus.pcap\n",
-                    RunMonitor);
+                    kMonitorHelp, RunMonitor);
 
 }  // namespace cli

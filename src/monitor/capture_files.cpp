@@ -4,6 +4,7 @@
 #include <vector>
 
 #include "monitor/monitor_text.h"
+#include "platform/file_io.h"
 
 namespace Modbus {
 namespace {
@@ -38,7 +39,7 @@ CaptureFile::~CaptureFile() {
 }
 
 bool CaptureFile::Create(const std::string& path) {
-    file_ = std::fopen(path.c_str(), "wb");
+    file_ = platform::OpenFile(path, "wb");
     return file_ != nullptr;
 }
 
