@@ -49,7 +49,7 @@ bash tools/setup.sh >/dev/null
 cmake --preset linux-release -B "$build" -DKESTREL_BUILD_TESTS=OFF >/dev/null
 cmake --build "$build" -j2 --target kestrel-cli kestrel_bench_master kestrel_bench_slave kestrel_bench_polling \
   kestrel_bench_memory kestrel_bench_trace_memory kestrel_bench_raw_peer kestrel_bench_libmodbus_master \
-  kestrel_bench_libmodbus_server >/dev/null
+  kestrel_bench_libmodbus_server kestrel_bench_mqtt >/dev/null
 bin="$root/$build/bench"
 cli="$root/$build/src/cli/kestrel-cli"
 
@@ -293,6 +293,8 @@ else
   row "7   with the paint that follows, ms" \
     "$(wfig refresh_paint_ms)" "" ""
 fi
+BENCH_MQTT_NO_BUILD=1 BENCH_BUILD_DIR="$build" BENCH_OUT="$table" bash tools/bench_mqtt.sh >/dev/null
+tail -n 11 "$table"
 echo | tee -a "$table"
 echo "Total time $(( $(date +%s) - started )) s." | tee -a "$table"
 if [ -n "$out" ]; then cp "$table" "$out"; fi
