@@ -3,6 +3,8 @@
 // subscriber (libmosquitto, in this process) that takes the time of every receipt. Prints "key
 // value..." lines for tools/bench.sh:
 //   delivered_per_s      messages the subscriber received per second
+//   produced_per_s       1,000 messages for every cycle seen by the subscriber, per second (a
+//                        cycle of 1,000 reads may take longer than the 100 ms interval)
 //   delay_ms             median, p99 and max of receipt time minus the payload's "time" (the end of
 //                        the cycle that produced it), in ms (the payload's time has ms resolution)
 //   bridge_cpu_us        CPU time of the bridge thread ("kestrel-mqtt") per message delivered
@@ -25,6 +27,7 @@
 #include <dirent.h>
 #include <fstream>
 #include <mutex>
+#include <set>
 #include <sstream>
 #include <string>
 #include <thread>
@@ -59,6 +62,7 @@ struct Receipts {
     bool measuring = false;
     uint64_t count = 0;
     std::vector<int64_t> delays;
+    std::set<int64_t> cycleTimes;  // one time stamp per cycle
 };
 
 void OnMessage(mosquitto*, void* self, const mosquitto_message* message) {
@@ -70,6 +74,7 @@ void OnMessage(mosquitto*, void* self, const mosquitto_message* message) {
     if (!receipts->measuring) return;
     ++receipts->count;
     receipts->delays.push_back(now - time);
+    receipts->cycleTimes.insert(time);
 }
 
 // utime + stime in clock ticks from a /proc stat file; -1 when it cannot be read.
@@ -174,7 +179,9 @@ int main(int argc, char** argv) {
     structure.port = slave.ListeningPort();
     for (int i = 0; i < kDetails; ++i) {
         Modbus::ModbusDetail detail;
-        detail.name = "d" + std::to_string(i);
+        char name[16];
+        std::snprintf(name, sizeof name, "d%d", i);
+        detail.name = name;
         detail.registerAddress = static_cast<uint16_t>(i);
         structure.details.push_back(detail);
     }
@@ -231,12 +238,14 @@ int main(int argc, char** argv) {
     const long bridgeEnd = bridgeStat.empty() ? 0 : CpuTicks(bridgeStat);
     const double elapsed = std::chrono::duration<double>(std::chrono::steady_clock::now() - started).count();
     uint64_t count = 0;
+    size_t cycles = 0;
     std::vector<int64_t> delays;
     {
         std::lock_guard<std::mutex> lock(receipts.mutex);
         receipts.measuring = false;
         count = receipts.count;
         delays = receipts.delays;
+        cycles = receipts.cycleTimes.size();
     }
 
     kill(child, SIGTERM);
@@ -249,6 +258,7 @@ int main(int argc, char** argv) {
 
     const double tickUs = 1e6 / static_cast<double>(ticks);
     std::printf("delivered_per_s %.0f\n", static_cast<double>(count) / elapsed);
+    std::printf("produced_per_s %.0f\n", static_cast<double>(cycles * kDetails) / elapsed);
     std::printf("delay_ms %lld %lld %lld\n", static_cast<long long>(Percentile(delays, 0.5)),
                 static_cast<long long>(Percentile(delays, 0.99)), static_cast<long long>(Percentile(delays, 1.0)));
     std::printf("bridge_cpu_us %.2f\n",
