@@ -216,6 +216,16 @@ std::vector<SeenDialog> SeenDialogs() { return seenDialogs; }
 
 void ForgetSeenDialogs() { seenDialogs.clear(); }
 
+void StopAnsweringDialogs() {
+    // KillTimer also removes a WM_TIMER of it that is already queued.
+    if (dialogTimer != 0) KillTimer(nullptr, dialogTimer);
+    dialogTimer = 0;
+}
+
+void StartAnsweringDialogs() {
+    if (dialogTimer == 0) dialogTimer = SetTimer(nullptr, 0, 40, AnswerDialogs);
+}
+
 void Screenshot(const std::string& name) { Screenshot(name, MainWindow()); }
 
 void Screenshot(const std::string& name, HWND window) {

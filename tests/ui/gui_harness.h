@@ -55,6 +55,10 @@ void AnswerNextDialog(int button);
 void HandleNextDialog(std::function<void(HWND dialog)> handler);
 std::vector<SeenDialog> SeenDialogs();
 void ForgetSeenDialogs();
+// Stops and restarts the timer that answers those dialogs. A test of a modal loop stops it, since
+// its WM_TIMER messages would wake a loop that waits for a posted message.
+void StopAnsweringDialogs();
+void StartAnsweringDialogs();
 
 // Saves the main window as build/screenshots/<name>.png (taken from the screen).
 void Screenshot(const std::string& name);
