@@ -1,6 +1,7 @@
 #include "ui/modal_window.h"
 
 #include "ui/app.h"
+#include "ui/dpi_scaling.h"
 
 namespace ui {
 
@@ -10,7 +11,9 @@ constexpr DWORD kStyle = WS_POPUP | WS_CAPTION | WS_SYSMENU;
 
 HWND CreateModalWindow(HWND owner, const wchar_t* windowClass, const std::wstring& caption, int clientWidth,
                        int clientHeight) {
-    RECT frame{0, 0, clientWidth, clientHeight};
+    // The window comes up over the owner, on the owner's screen: its client area is scaled to that DPI.
+    const int dpi = WindowDpi(owner);
+    RECT frame{0, 0, ScaleToDpi(clientWidth, dpi), ScaleToDpi(clientHeight, dpi)};
     AdjustWindowRectEx(&frame, kStyle, FALSE, WS_EX_DLGMODALFRAME);
     const int width = frame.right - frame.left;
     const int height = frame.bottom - frame.top;
