@@ -55,8 +55,10 @@ void CreateTabs(HWND window) {
     ControlFactory shell(window, nullptr, true);
     HWND tabs = shell.Tabs(id::kTabControl, 10, 155, 770, 660, TCS_HOTTRACK);
     // The pages are drawn over the tab control's body; a themed body would be lighter than the
-    // button face the labels are painted with, so the tab control draws itself classically.
-    SetWindowTheme(tabs, L"", L"");
+    // button face the labels are painted with, so the tab control draws itself classically while
+    // every other control is themed. Empty names are the documented way; Wine refuses them and
+    // keeps the theme, so the fallback names a theme class that does not exist.
+    if (FAILED(SetWindowTheme(tabs, L"", L"")) || GetWindowTheme(tabs) != nullptr) SetWindowTheme(tabs, L" ", L" ");
     const std::wstring titles[kPageCount] = {L"Register R/W", T("Structures", "Strukturen"), T("Diagnostics", "Diagnose"),
                                              T("Alarms", "Alarme")};
     for (int i = 0; i < kPageCount; ++i) {
