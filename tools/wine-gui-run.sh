@@ -5,7 +5,9 @@
 # driver's 1024 x 768 screen, and can be captured.
 # KESTREL_GUI_DPI=144 runs it at 144 DPI (the prefix's LogPixels) on a 1920 x 1600 screen, in the
 # prefix build/wine-gui-prefix-144dpi; KESTREL_GUI_THEME=light makes Wine's visual-styles theme
-# (light.msstyles) the active theme, in the prefix build/wine-gui-prefix-light (both: -144dpi-light). One run at a time per prefix (a lock), so two
+# (light.msstyles) the active theme, in the prefix build/wine-gui-prefix-light (both: -144dpi-light),
+# KESTREL_GUI_THEME=none switches visual styles off (classic drawing), in build/wine-gui-prefix-none.
+# Without it the prefix keeps Wine's default (Wine 8 makes light.msstyles active). One run at a time per prefix (a lock), so two
 # runs never share a desktop. COM7 and COM8 are the two ends of a socat pseudo-terminal pair, named
 # in KESTREL_COM_A and KESTREL_COM_B. The X server, the pair and the prefix's wineserver are
 # stopped on exit.
@@ -14,7 +16,7 @@ here=$(cd "$(dirname "$0")/.." && pwd)
 dpi=${KESTREL_GUI_DPI:-96}
 theme=${KESTREL_GUI_THEME:-}
 case "$dpi" in ''|*[!0-9]*) echo "wine-gui-run: KESTREL_GUI_DPI must be a number" >&2; exit 2 ;; esac
-case "$theme" in ''|light) ;; *) echo "wine-gui-run: KESTREL_GUI_THEME is light or empty" >&2; exit 2 ;; esac
+case "$theme" in ''|light|none) ;; *) echo "wine-gui-run: KESTREL_GUI_THEME is light, none or empty" >&2; exit 2 ;; esac
 variant=""
 [ "$dpi" != 96 ] && variant="$variant-${dpi}dpi"
 [ -n "$theme" ] && variant="$variant-$theme"
@@ -82,8 +84,12 @@ bootstrap() {
     local key='HKCU\Software\Microsoft\Windows\CurrentVersion\ThemeManager'
     wine reg add "$key" /v ThemeActive /d 1 /f >/dev/null 2>&1 </dev/null 7>&-
     wine reg add "$key" /v DllName /d 'C:\windows\resources\themes\light\light.msstyles' /f >/dev/null 2>&1 </dev/null 7>&-
-    wine reg add "$key" /v ColorName /d NormalColor /f >/dev/null 2>&1 </dev/null 7>&-
-    wine reg add "$key" /v SizeName /d NormalSize /f >/dev/null 2>&1 </dev/null 7>&-
+    # The colour scheme of light.msstyles is "Blue" (a name it does not have leaves no theme active);
+    # its one size is taken when none is named.
+    wine reg add "$key" /v ColorName /d Blue /f >/dev/null 2>&1 </dev/null 7>&-
+  elif [ "$theme" = none ]; then
+    wine reg add 'HKCU\Software\Microsoft\Windows\CurrentVersion\ThemeManager' /v ThemeActive /d 0 /f \
+      >/dev/null 2>&1 </dev/null 7>&-
   fi
   # The settings are read by a fresh wineserver.
   wineserver -w 7>&-

@@ -264,6 +264,17 @@ void Screenshot(const std::string& name, HWND window) {
     WritePng(folder + "/" + name + ".png", width, height, rgb);
 }
 
+COLORREF ScreenPixel(HWND window, int x, int y) {
+    RedrawWindow(window, nullptr, nullptr, RDW_INVALIDATE | RDW_ERASE | RDW_ALLCHILDREN | RDW_UPDATENOW);
+    Pump(100);
+    POINT point{x, y};
+    ClientToScreen(window, &point);
+    HDC screen = GetDC(nullptr);
+    const COLORREF color = GetPixel(screen, point.x, point.y);
+    ReleaseDC(nullptr, screen);
+    return color;
+}
+
 std::wstring LogText() { return Text(ui::id::kProtocolLog); }
 
 uint16_t FreeTcpPort() {

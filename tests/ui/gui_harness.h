@@ -65,6 +65,9 @@ void Screenshot(const std::string& name);
 // The same for another top-level window (a dialog).
 void Screenshot(const std::string& name, HWND window);
 
+// The colour on the screen at a point of a window's client area (after the window is redrawn).
+COLORREF ScreenPixel(HWND window, int x, int y);
+
 // The whole protocol log.
 std::wstring LogText();
 
