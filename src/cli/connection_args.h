@@ -1,6 +1,6 @@
 #pragma once
 // The CONN part of the master commands:  --tcp HOST[:PORT]  or  --rtu DEVICE [--baud N]
-// [--parity N|E|O] [--stop-bits 1|2].
+// [--parity N|E|O] [--stop-bits 1|2]  or  --rtu-over-tcp HOST[:PORT] (RTU frames over TCP).
 #include <string>
 #include <vector>
 
@@ -9,7 +9,7 @@
 namespace cli {
 
 // Takes the connection options out of `args` into a master ConnectionConfig; UsageError when
-// neither or both of --tcp and --rtu are given, or a value is out of range.
+// none or more than one of --tcp, --rtu and --rtu-over-tcp is given, or a value is out of range.
 ConnectionConfig TakeMasterConnection(std::vector<std::string>& args);
 
 // Takes --baud, --parity and --stop-bits into `config` (defaults 9600, N, 1; 8 data bits).

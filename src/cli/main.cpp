@@ -13,6 +13,7 @@ void PrintUsage(std::FILE* to) {
     std::fputs("usage:\n", to);
     for (const cli::Command& command : cli::Commands()) std::fputs(command.usage, to);
     std::fputs("CONN is  --tcp HOST[:PORT]  or  --rtu DEVICE [--baud N] [--parity N|E|O] [--stop-bits 1|2]\n", to);
+    std::fputs("        or  --rtu-over-tcp HOST[:PORT]  (RTU frames over TCP, as gateways forward them)\n", to);
 }
 
 // `kestrel-cli COMMAND --help`: the command's own usage, its options and an example.
