@@ -87,8 +87,9 @@ public:
     // RTU over TCP: the RTU request sent with TcpSend; the response read from the socket until the
     // function code says it is complete, then its CRC checked (one RX line for the whole frame).
     bool RtuOverTcpTransaction(const Modbus::Bytes& request, Modbus::Bytes& response);
-    // The receive time-out of a master TCP or RTU-over-TCP connection (3000 ms after Connect), for
-    // callers such as the scanner that wait less for a silent device. No effect on a serial port.
+    // The receive time-out of a master connection (3000 ms on a socket after Connect; 1000 ms +
+    // 10 ms per byte on a serial port), for callers such as the scanner that wait less for a
+    // silent device. On a serial port the 50 ms gap that ends a frame stays.
     void SetResponseTimeout(uint32_t milliseconds);
     // What the last master operation ended with: the exception code of an exception response (0
     // when there was none) and the transport's failure (None when a response came).

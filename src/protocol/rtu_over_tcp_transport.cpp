@@ -138,5 +138,9 @@ bool ModbusClient::RtuOverTcpTransaction(const Modbus::Bytes& request, Modbus::B
 
 void ModbusClient::SetResponseTimeout(uint32_t milliseconds) {
     const SOCKET s = sockets[0].load();
-    if (UsesSocket() && s != INVALID_SOCKET) platform::SetReceiveTimeout(s, milliseconds);
+    if (UsesSocket()) {
+        if (s != INVALID_SOCKET) platform::SetReceiveTimeout(s, milliseconds);
+    } else if (platform::IsValid(serialHandle)) {
+        platform::SerialSetReadTimeout(serialHandle, milliseconds);
+    }
 }

@@ -60,6 +60,17 @@ bool SerialRead(SerialHandle h, uint8_t* data, size_t capacity, size_t& received
     return ok != FALSE;
 }
 
+void SerialSetReadTimeout(SerialHandle h, uint32_t totalMs) {
+    COMMTIMEOUTS timeouts;
+    ZeroMemory(&timeouts, sizeof timeouts);
+    timeouts.ReadIntervalTimeout = 50;
+    timeouts.ReadTotalTimeoutMultiplier = 0;
+    timeouts.ReadTotalTimeoutConstant = totalMs;
+    timeouts.WriteTotalTimeoutMultiplier = 10;
+    timeouts.WriteTotalTimeoutConstant = 1000;
+    SetCommTimeouts(h, &timeouts);
+}
+
 void SerialPurge(SerialHandle h, bool receive, bool transmit) {
     DWORD flags = 0;
     if (receive) flags |= PURGE_RXCLEAR;
