@@ -59,7 +59,8 @@ std::string UnitsTable(const UnitScanResult& result) {
     uint32_t counts[4] = {0, 0, 0, 0};
     for (const UnitResult& u : result.units) {
         ++counts[static_cast<int>(u.status)];
-        if (u.status == UnitStatus::Silent) continue;  // the summary counts them
+        // A person wants the devices that exist; the summary counts the ids without one.
+        if (u.status == UnitStatus::Silent || u.status == UnitStatus::NoDevice) continue;
         char row[64];
         std::snprintf(row, sizeof row, "%4u  %-9s  %-9s  ", static_cast<unsigned>(u.unit), UnitStatusName(u.status),
                       HasExceptionCode(u) ? std::to_string(u.exceptionCode).c_str() : "");

@@ -138,7 +138,8 @@ RegisterScanResult ScanRegisters(Prober& prober, const RegisterScanOptions& opti
 
 // ---- output ----
 
-// The stable formats: "table" (for people: silent ids left out, a summary below), "csv" (header
+// The stable formats: "table" (for people: only the ids with a device, answering or exception, and
+// a summary below that counts the others), "csv" (header
 // unit;status;exception;values or first;last;count, one row per id or range) and "json".
 std::string FormatUnits(const UnitScanResult& result, const std::string& format);
 std::string FormatRegisters(const RegisterScanResult& result, const RegisterScanOptions& options,
