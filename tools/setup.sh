@@ -8,6 +8,7 @@ packages=(
   g++-mingw-w64-x86-64-posix wine64 wine fonts-wine xvfb imagemagick socat xdotool
   libmodbus-dev python3 python3-pymodbus python3-serial python3-serial-asyncio mbpoll tshark hyperfine nsis unzip
   clang libclang-rt-14-dev llvm
+  dpkg-dev man-db groff-base gzip
 )
 
 missing=()

@@ -89,6 +89,19 @@ int RunDemo(std::vector<std::string>& args) {
 
 }  // namespace
 
-KESTREL_CLI_COMMAND(demo, "demo", "  kestrel-cli [--lang en|de] demo [--cycles N] [--interval MS]\n", "", RunDemo);
+// What `kestrel-cli demo --help` prints after the usage (and the manual page shows).
+constexpr char kDemoHelp[] =
+    "Serves the demo device with lively values from a slave on port 1502 and polls it like the Structures\n"
+    "page, from a temporary structures file (yours is never touched). Prints like poll, a blank line after\n"
+    "each cycle.\n"
+    "\n"
+    "Options:\n"
+    "  --cycles N             stop after N cycles; default: run until Ctrl-C or SIGTERM\n"
+    "  --interval MS          the poll interval, 100 to 400 ms (a silent client is dropped at 500 ms); default 250\n"
+    "Example:\n"
+    "  kestrel-cli --lang en demo --cycles 3\n";
+
+KESTREL_CLI_COMMAND(demo, "demo", "  kestrel-cli [--lang en|de] demo [--cycles N] [--interval MS]\n", kDemoHelp,
+                    RunDemo);
 
 }  // namespace cli

@@ -48,9 +48,26 @@ int RunPoll(std::vector<std::string>& args) {
 
 }  // namespace
 
+// What `kestrel-cli poll --help` prints after the usage (and the manual page shows).
+constexpr char kPollHelp[] =
+    "Polls one structure of the structures file as the window's Structures page does, until --cycles or\n"
+    "Ctrl-C. Each cycle prints a line \"name: value\" per detail (\"name: [Fehler]\" when its read failed);\n"
+    "alarm events print as they are raised (\"[HH:MM:SS] type | detail | message\"); the log goes to stderr.\n"
+    "\n"
+    "Options:\n"
+    "  --file F               the structures file; default modbus_structures.json in the current folder\n"
+    "  --id N                 the structure to poll, by its id (give --id or --name)\n"
+    "  --name NAME            the structure to poll, by its name\n"
+    "  --interval MS          milliseconds from the start of one cycle to the next; below 100 is 100; default 1000\n"
+    "  --cycles N             stop after N cycles; default: poll until Ctrl-C or SIGTERM\n"
+    "  --record FILE.csv      write the recorded values to FILE.csv at the end; default: no recording\n"
+    "  --pcap FILE.pcap       write the traffic as a capture for Wireshark to FILE.pcap at the end; default: none\n"
+    "Example:\n"
+    "  kestrel-cli poll --file plant.json --name Demo-Geraet --interval 250 --cycles 4 --record values.csv\n";
+
 KESTREL_CLI_COMMAND(poll, "poll",
                     "  kestrel-cli [--lang en|de] poll [--file F] (--id N | --name NAME) [--interval MS] [--cycles N] "
-                    "[--record FILE.csv] [--pcap FILE.pcap]\n", "",
+                    "[--record FILE.csv] [--pcap FILE.pcap]\n", kPollHelp,
                     RunPoll);
 
 }  // namespace cli

@@ -139,28 +139,33 @@ int RunScan(std::vector<std::string>& args) {
 
 }  // namespace
 
+// What `kestrel-cli scan --help` prints after the usage (and the manual page shows).
+constexpr char kScanHelp[] =
+    "Finds which unit ids answer (one read each), or which addresses of one unit id's table can be read\n"
+    "(--registers). Each id is answering (with its values), exception (a device that refuses the read),\n"
+    "no-device (exception 10 or 11 from a gateway) or silent (no answer in time). The results go to stdout;\n"
+    "progress, the request count and the time to stderr. Ctrl-C prints what was found so far (exit 0).\n"
+    "\n"
+    "Options:\n"
+    KESTREL_CLI_CONNECTION_HELP
+    "  --units A-B            the unit ids to probe, 0 to 255; default 1-247\n"
+    "  --fc 1|2|3|4           the table read: 1 coils, 2 inputs, 3 holding, 4 input registers; default 3\n"
+    "  --address A            the address each unit-id probe reads; default 0\n"
+    "  --count N              registers or bits each unit-id probe reads, up to 125 (2000 bits); default 1\n"
+    "  --registers FROM-TO    find the readable address ranges of --unit instead of scanning unit ids\n"
+    "  --unit N               the unit id of --registers, 0 to 255; default 1\n"
+    "  --timeout MS           wait per request; default 300 over TCP, 1000 over RTU and RTU over TCP\n"
+    "  --format F             table (the ids with a device), csv or json (every id probed); default table\n"
+    "  --verbose              also every request's TX/RX and failure lines on stderr\n"
+    "Example:\n"
+    "  kestrel-cli scan --rtu-over-tcp 192.168.1.50:4001 --units 1-32 --format csv\n"
+    "  kestrel-cli scan --tcp 192.168.1.10 --unit 1 --registers 0-9999 --format json\n";
+
 KESTREL_CLI_COMMAND(scan, "scan",
                     "  kestrel-cli [--lang en|de] scan  CONN [--units A-B] [--fc 1|2|3|4] [--address A] [--count N] "
                     "[--timeout MS] [--format table|csv|json] [--verbose]\n"
                     "  kestrel-cli [--lang en|de] scan  CONN [--unit N] [--fc 1|2|3|4] --registers FROM-TO "
                     "[--timeout MS] [--format table|csv|json] [--verbose]\n",
-                    "options:\n"
-                    "  --units A-B          unit ids to probe, one request each (default 1-247)\n"
-                    "  --fc 1|2|3|4         the table to read (default 3, holding registers)\n"
-                    "  --address A          the address each unit-id probe reads (default 0)\n"
-                    "  --count N            how many registers or bits each unit-id probe reads (default 1)\n"
-                    "  --registers FROM-TO  find the readable address ranges of one unit id instead\n"
-                    "  --unit N             the unit id of --registers (default 1)\n"
-                    "  --timeout MS         wait per request (default 300 over TCP, 1000 over RTU and RTU over TCP)\n"
-                    "  --format F           table (default), csv or json on stdout\n"
-                    "  --verbose            also the TX/RX and failure lines of every request on stderr\n"
-                    "statuses: answering, exception (the device refused the read), no-device (gateway exception\n"
-                    "  10 or 11), silent (no answer in time). Progress and the request count go to stderr.\n"
-                    "exit status: 0 when the scan ran (Ctrl-C prints what was found so far), 1 when the\n"
-                    "  connection could not be made, or was lost and could not be made again, 2 for a usage error.\n"
-                    "example:\n"
-                    "  kestrel-cli scan --rtu-over-tcp 192.168.1.50:4001 --units 1-32 --format csv\n"
-                    "  kestrel-cli scan --tcp 192.168.1.10 --unit 1 --registers 0-9999 --format json\n",
-                    RunScan);
+                    kScanHelp, RunScan);
 
 }  // namespace cli

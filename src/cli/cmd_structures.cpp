@@ -144,7 +144,21 @@ int RunStructures(std::vector<std::string>& args) {
 
 }  // namespace
 
+// What `kestrel-cli structures --help` prints after the usage (and the manual page shows).
+constexpr char kStructuresHelp[] =
+    "Lists, shows and extends the structures file the window uses: devices described as typed data points.\n"
+    "\n"
+    "Options:\n"
+    "  --file F               the structures file; default modbus_structures.json in the current folder\n"
+    "Actions:\n"
+    "  list                   one line per structure: id, name, address, unit id and number of details\n"
+    "  show ID                every field of one structure and of each of its details\n"
+    "  demo                   adds the demo device (127.0.0.1:1502, 16 details) to the file, which is made if missing\n"
+    "Example:\n"
+    "  kestrel-cli structures --file plant.json demo\n"
+    "  kestrel-cli structures --file plant.json show 1\n";
+
 KESTREL_CLI_COMMAND(structures, "structures",
-                    "  kestrel-cli [--lang en|de] structures [--file F] list | show ID | demo\n", "", RunStructures);
+                    "  kestrel-cli [--lang en|de] structures [--file F] list | show ID | demo\n", kStructuresHelp, RunStructures);
 
 }  // namespace cli

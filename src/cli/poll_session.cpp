@@ -6,6 +6,7 @@
 #include "cli/command.h"
 #include "model/alarm_engine.h"
 #include "platform/clock.h"
+#include "platform/file_io.h"
 #include "polling/structure_polling.h"
 #include "protocol/trace_log.h"
 
@@ -13,11 +14,11 @@ namespace cli {
 namespace {
 
 bool WriteFile(const std::string& path, const std::vector<uint8_t>& bytes) {
-    std::FILE* file = std::fopen(path.c_str(), "wb");
+    std::FILE* file = platform::OpenFile(path, "wb");
     if (file == nullptr) return false;
     const bool written = std::fwrite(bytes.data(), 1, bytes.size(), file) == bytes.size();
     if (std::fclose(file) == 0 && written) return true;
-    std::remove(path.c_str());  // no half capture file is left behind
+    platform::RemoveFile(path);  // no half capture file is left behind
     return false;
 }
 
