@@ -162,10 +162,8 @@ constexpr char kScanHelp[] =
     "  kestrel-cli scan --tcp 192.168.1.10 --unit 1 --registers 0-9999 --format json\n";
 
 KESTREL_CLI_COMMAND(scan, "scan",
-                    "  kestrel-cli [--lang en|de] scan  CONN [--units A-B] [--fc 1|2|3|4] [--address A] [--count N] "
-                    "[--timeout MS] [--format table|csv|json] [--verbose]\n"
-                    "  kestrel-cli [--lang en|de] scan  CONN [--unit N] [--fc 1|2|3|4] --registers FROM-TO "
-                    "[--timeout MS] [--format table|csv|json] [--verbose]\n",
+                    "  kestrel-cli [--lang en|de] scan  CONN [--units A-B | --unit N --registers FROM-TO] [--fc 1|2|3|4]\n"
+                    "              [--address A] [--count N] [--timeout MS] [--format table|csv|json] [--verbose]\n",
                     kScanHelp, RunScan);
 
 }  // namespace cli

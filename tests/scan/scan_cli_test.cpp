@@ -342,7 +342,7 @@ TEST(ScanCli, UsageErrorsExitTwo) {
 TEST(ScanCli, HelpPrintsTheUsageOptionsAndAnExample) {
     const CommandResult r = RunCommand({KESTREL_CLI_PATH, "scan", "--help"}, 10000);
     EXPECT_EQ(r.exitCode, 0);
-    EXPECT_EQ(r.out.rfind("usage:\n  kestrel-cli [--lang en|de] scan  CONN [--units A-B]", 0), 0u) << r.out;
+    EXPECT_EQ(r.out.rfind("usage:\n  kestrel-cli [--lang en|de] scan  CONN [--units A-B | --unit N --registers FROM-TO]", 0), 0u) << r.out;
     EXPECT_NE(r.out.find("\nExample:\n  kestrel-cli scan --rtu-over-tcp 192.168.1.50:4001 --units 1-32 --format csv\n"),
               std::string::npos);
     const CommandResult usage = RunCommand({KESTREL_CLI_PATH, "--help"}, 10000);
