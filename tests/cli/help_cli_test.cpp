@@ -74,12 +74,12 @@ std::set<std::string> HelpEntries(const std::string& help) {
     return entries;
 }
 
-// The options CONN stands for, from the line of the general usage that explains it.
+// The options CONN stands for, from the end of the general usage that explains it ("CONN is ..."
+// and the lines after it).
 std::set<std::string> ConnectionOptions() {
-    for (const std::string& line : Lines(Cli({"--help"}).out)) {
-        if (line.rfind("CONN is ", 0) == 0) return OptionsIn(line);
-    }
-    return {};
+    const std::string usage = Cli({"--help"}).out;
+    const size_t at = usage.find("\nCONN is ");
+    return at == std::string::npos ? std::set<std::string>() : OptionsIn(usage.substr(at));
 }
 
 // The options a command's usage offers, CONN spelled out; --lang belongs to every command and is
