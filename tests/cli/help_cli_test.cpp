@@ -112,7 +112,14 @@ TEST(HelpCli, EveryCommandHasAHelpWithOptionsAndAnExample) {
             EXPECT_EQ(line->rfind("  kestrel-cli ", 0), 0u) << name << ": an example is a command line: " << *line;
         }
         EXPECT_EQ(h.help.back(), '\n') << name;
-        for (const std::string& line : lines) EXPECT_LE(line.size(), 112u) << name << ": " << line;
+        for (auto line = lines.begin(); line != example; ++line) {
+            EXPECT_LE(line->size(), 112u) << name << ": " << *line;
+            // An entry: two spaces, the option and its argument, two spaces or more, what it does.
+            if (line->rfind("  -", 0) == 0) {
+                EXPECT_NE(line->find_first_not_of(' ', line->find("  ", 2)), std::string::npos)
+                    << name << ": no gap of two spaces between the option and what it does: " << *line;
+            }
+        }
     }
 }
 
