@@ -81,8 +81,9 @@ std::string TaggedParagraph(const std::string& line) {
 }
 
 // A help text in roff. Its lines are: sentences (filled into paragraphs), a blank line (a new
-// paragraph), a heading such as "Options:" at the margin, indented "TERM  meaning" entries, and
-// "Example:" followed by command lines kept exactly as they stand.
+// paragraph), a heading such as "Options:" at the margin, "TERM  meaning" entries indented by two
+// spaces (a line indented further continues the meaning above), and "Example:" followed by command
+// lines kept exactly as they stand.
 std::string HelpInRoff(const std::string& help) {
     std::string out;
     bool example = false;
@@ -96,6 +97,8 @@ std::string HelpInRoff(const std::string& help) {
             example = true;
         } else if (line[0] != ' ' && line.back() == ':') {
             out += ".PP\n" + Roff(line) + "\n";
+        } else if (line.rfind("   ", 0) == 0) {
+            out += Roff(Trimmed(line)) + "\n";  // the description of the entry above, continued
         } else if (line[0] == ' ') {
             out += TaggedParagraph(line);
         } else {
