@@ -1,5 +1,5 @@
 #!/usr/bin/env bash
-# Row 8 of tools/bench.sh, also run on its own: the MQTT bridge under load. kestrel-cli poll --mqtt
+# Row 10 of tools/bench.sh, also run on its own: the MQTT bridge under load. kestrel-cli poll --mqtt
 # polls a structure of 1,000 UINT16 details every 100 ms from our slave and bridges them to a local
 # mosquitto broker (started here on a free port, with a configuration of its own, stopped at the
 # end); a subscriber in the benchmark program times every receipt. Three runs: polling alone (the
@@ -57,16 +57,16 @@ base_cpu=$(field process_cpu_us_per_s 2 "$work/base")
 for q in 0 1; do
   f=$work/qos$q
   rate=$(field delivered_per_s 2 "$f")
-  row "8 MQTT QoS $q, messages/s delivered / produced" "$rate / $(field produced_per_s 2 "$f")" "" ""
-  row "8   cycle end to receipt, ms, median / p99 / max" \
+  row "10 MQTT QoS $q, messages/s delivered / produced" "$rate / $(field produced_per_s 2 "$f")" "" ""
+  row "10   cycle end to receipt, ms, median / p99 / max" \
     "$(field delay_ms 2 "$f") / $(field delay_ms 3 "$f") / $(field delay_ms 4 "$f")" "" ""
-  row "8   bridge thread CPU per message, us" "$(field bridge_cpu_us 2 "$f")" "" ""
-  row "8   whole kestrel-cli CPU per message, us" \
+  row "10   bridge thread CPU per message, us" "$(field bridge_cpu_us 2 "$f")" "" ""
+  row "10   whole kestrel-cli CPU per message, us" \
     "$(awk -v c="$(field process_cpu_us_per_s 2 "$f")" -v r="$rate" 'BEGIN { printf "%.2f", (r > 0) ? c / r : 0 }')" "" ""
-  row "8   RSS KiB over ${seconds} s: start / end (min-max)" \
+  row "10   RSS KiB over ${seconds} s: start / end (min-max)" \
     "$(field rss_kb 2 "$f") / $(field rss_kb 3 "$f") ($(field rss_kb 4 "$f")-$(field rss_kb 5 "$f"))" "" ""
 done
 # The same polling without --mqtt, for scale: what the process needs to poll 1,000 details every
 # 100 ms. On a machine shared with other work this figure moves from run to run by tens of percent,
 # so the bridge's own cost is read from its thread, not from the difference of two process totals.
-row "8 polling alone (no --mqtt): kestrel-cli CPU, ms per s" "$(awk -v b="$base_cpu" 'BEGIN { printf "%.1f", b / 1000 }')" "" ""
+row "10 polling alone (no --mqtt): kestrel-cli CPU, ms per s" "$(awk -v b="$base_cpu" 'BEGIN { printf "%.1f", b / 1000 }')" "" ""

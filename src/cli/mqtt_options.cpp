@@ -26,7 +26,7 @@ const char* const kMqttHelp =
     "                         default the stored mqtt_topic_prefix\n"
     "  --mqtt-client-id ID    the MQTT client id (one per bridge on a broker); default the stored mqtt_client_id\n"
     "  --mqtt-user U          log in as U; default the stored mqtt_username (empty: no login)\n"
-    "  --mqtt-password-file F the password is the first line of F (never on the command line); default the stored one\n"
+    "  --mqtt-password-file F  the password is F's first line (never on the command line); default the stored one\n"
     "  --mqtt-ca F            TLS: verify the broker's certificate with this CA file; default the system's CAs\n"
     "  --mqtt-retain          publish the values retained; default not retained\n"
     "  --mqtt-on-change       publish a detail only when its value changed (and once at start); default every cycle\n"

@@ -114,7 +114,8 @@ bool ModbusClient::IsInjectedAddress(uint16_t address) const {
 
 void ModbusClient::ProcessRequest(const Modbus::Bytes& frame, SOCKET client) {
     Request request;
-    if (!DecodeFrame(frame, client != INVALID_SOCKET, request)) return;
+    // A frame from an accepted socket is MBAP-framed, except on the RTU-over-TCP slave.
+    if (!DecodeFrame(frame, client != INVALID_SOCKET && !IsRtuOverTcp(), request)) return;
     // Unit 0 is answered like the own unit id, with a response that carries 0.
     if (request.unitId != config.unitId && request.unitId != 0) return;
 
@@ -214,8 +215,13 @@ void ModbusClient::SendResponse(bool isTcp, SOCKET client, uint16_t transactionI
         const Modbus::Bytes frame = BuildTcpFrame(transactionId, unitId, functionCode, data);
         TcpSend(client, frame.data(), frame.size());
     } else {
+        // The RTU frame goes to the serial line, or to the client socket of the RTU-over-TCP slave.
         const Modbus::Bytes frame = BuildRtuRequest(unitId, functionCode, data);
-        RtuSend(frame.data(), frame.size());
+        if (client != INVALID_SOCKET) {
+            TcpSend(client, frame.data(), frame.size());
+        } else {
+            RtuSend(frame.data(), frame.size());
+        }
     }
 }
 
