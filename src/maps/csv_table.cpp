@@ -21,9 +21,12 @@ char DetectSeparator(const std::string& text, size_t from) {
     bool inQuotes = false;
     for (size_t i = from; i < text.size(); ++i) {
         const char c = text[i];
-        if (c == '"') inQuotes = !inQuotes;
-        else if (!inQuotes && (c == '\n' || c == '\r')) break;
-        else if (!inQuotes && c == ';') return ';';
+        if (c == '"')
+            inQuotes = !inQuotes;
+        else if (!inQuotes && (c == '\n' || c == '\r'))
+            break;
+        else if (!inQuotes && c == ';')
+            return ';';
     }
     return ',';
 }
@@ -72,7 +75,8 @@ bool ReadCsv(const std::string& text, CsvTable& table, std::string& error) {
             while (true) {
                 if (i >= text.size()) {
                     error = Text("line ", "Zeile ") + std::to_string(openedOn) +
-                            Text(": a quoted field is not closed", ": ein Feld in Anfuehrungszeichen wird nicht geschlossen");
+                            Text(": a quoted field is not closed",
+                                 ": ein Feld in Anfuehrungszeichen wird nicht geschlossen");
                     return false;
                 }
                 if (text[i] == '"') {
@@ -91,7 +95,8 @@ bool ReadCsv(const std::string& text, CsvTable& table, std::string& error) {
             while (i < text.size() && (text[i] == ' ' || text[i] == '\t')) ++i;
             if (i < text.size() && text[i] != separator && text[i] != '\r' && text[i] != '\n') {
                 error = Text("line ", "Zeile ") + std::to_string(line) +
-                        Text(": text after the closing quote of a field", ": Text nach dem schliessenden Anfuehrungszeichen eines Feldes");
+                        Text(": text after the closing quote of a field",
+                             ": Text nach dem schliessenden Anfuehrungszeichen eines Feldes");
                 return false;
             }
             continue;
@@ -119,9 +124,9 @@ bool ReadCsv(const std::string& text, CsvTable& table, std::string& error) {
 }
 
 std::string CsvQuote(const std::string& text, char separator) {
-    const bool needsQuotes = text.find_first_of(std::string("\"\r\n") + separator) != std::string::npos ||
-                             (!text.empty() && (text.front() == ' ' || text.back() == ' ' || text.front() == '\t' ||
-                                                text.back() == '\t'));
+    const bool needsQuotes =
+        text.find_first_of(std::string("\"\r\n") + separator) != std::string::npos ||
+        (!text.empty() && (text.front() == ' ' || text.back() == ' ' || text.front() == '\t' || text.back() == '\t'));
     if (!needsQuotes) return text;
     std::string quoted = "\"";
     for (char c : text) {

@@ -14,8 +14,23 @@
 namespace maps {
 namespace {
 
-enum Column { kName, kFunctionCode, kAddress, kDataType, kByteOrder, kArraySize, kScale, kOffset, kUnit,
-              kWarnLow, kWarnHigh, kAlarmLow, kAlarmHigh, kAlarmOnChange, kColumnCount };
+enum Column {
+    kName,
+    kFunctionCode,
+    kAddress,
+    kDataType,
+    kByteOrder,
+    kArraySize,
+    kScale,
+    kOffset,
+    kUnit,
+    kWarnLow,
+    kWarnHigh,
+    kAlarmLow,
+    kAlarmHigh,
+    kAlarmOnChange,
+    kColumnCount
+};
 
 std::string Text(const char* english, const char* german) {
     return Localizer::Text(Localizer::Scope::Ui, english, german);
@@ -47,8 +62,8 @@ std::string At(const std::string& file, size_t line) {
 }
 
 std::string ExpectedError(const Place& place, const std::string& expected, const std::string& value) {
-    return At(place.file, place.line) + Text(", column \"", ", Spalte \"") + place.header + "\": " +
-           Text("expected ", "erwartet: ") + expected + Text(", not \"", ", nicht \"") + value + "\"";
+    return At(place.file, place.line) + Text(", column \"", ", Spalte \"") + place.header +
+           "\": " + Text("expected ", "erwartet: ") + expected + Text(", not \"", ", nicht \"") + value + "\"";
 }
 
 // Whole numbers: decimal, or 0x hexadecimal when `hex` allows it; an optional sign for signed ones.
@@ -132,22 +147,22 @@ bool ReadHeader(const CsvRecord& header, const std::string& file, std::array<int
         if (known == names.end()) {
             std::string list;
             for (const auto& n : names) list += (list.empty() ? "" : ", ") + n;
-            error = At(file, header.line) + Text(", column \"", ", Spalte \"") + text + "\": " +
-                    Text("unknown column; the columns are ", "unbekannte Spalte; die Spalten sind ") + list;
+            error = At(file, header.line) + Text(", column \"", ", Spalte \"") + text +
+                    "\": " + Text("unknown column; the columns are ", "unbekannte Spalte; die Spalten sind ") + list;
             return false;
         }
         const auto column = static_cast<size_t>(known - names.begin());
         if (at[column] >= 0) {
-            error = At(file, header.line) + Text(", column \"", ", Spalte \"") + text + "\": " +
-                    Text("the column is named twice", "die Spalte ist doppelt benannt");
+            error = At(file, header.line) + Text(", column \"", ", Spalte \"") + text +
+                    "\": " + Text("the column is named twice", "die Spalte ist doppelt benannt");
             return false;
         }
         at[column] = static_cast<int>(i);
     }
     for (Column required : {kName, kAddress, kDataType}) {
         if (at[required] < 0) {
-            error = At(file, header.line) + Text(": the required column \"", ": die Pflichtspalte \"") + names[required] +
-                    Text("\" is missing", "\" fehlt");
+            error = At(file, header.line) + Text(": the required column \"", ": die Pflichtspalte \"") +
+                    names[required] + Text("\" is missing", "\" fehlt");
             return false;
         }
     }
@@ -170,22 +185,25 @@ public:
         }
         d = Modbus::ModbusDetail();
         d.name = Field(kName);
-        if (d.name.empty()) return Fail(kName, Text("a name (it must not be empty)", "ein Name (er darf nicht leer sein)"), error);
+        if (d.name.empty())
+            return Fail(kName, Text("a name (it must not be empty)", "ein Name (er darf nicht leer sein)"), error);
 
         const auto type = DataTypeFromText(Field(kDataType));
         if (!type) {
-            return Fail(kDataType, Text("a data type (BOOLEAN, BYTE, INT16, UINT16, INT32, UINT32, INT64, UINT64, "
-                                        "FLOAT32, FLOAT64, STRING, RAW)",
-                                        "ein Datentyp (BOOLEAN, BYTE, INT16, UINT16, INT32, UINT32, INT64, UINT64, "
-                                        "FLOAT32, FLOAT64, STRING, RAW)"),
+            return Fail(kDataType,
+                        Text("a data type (BOOLEAN, BYTE, INT16, UINT16, INT32, UINT32, INT64, UINT64, "
+                             "FLOAT32, FLOAT64, STRING, RAW)",
+                             "ein Datentyp (BOOLEAN, BYTE, INT16, UINT16, INT32, UINT32, INT64, UINT64, "
+                             "FLOAT32, FLOAT64, STRING, RAW)"),
                         error);
         }
         d.dataType = *type;
 
         const auto address = WholeNumber(Field(kAddress), true);
         if (!address || *address < 0 || *address > 65535) {
-            return Fail(kAddress, Text("an address 0..65535 (decimal or 0x hexadecimal)",
-                                       "eine Adresse 0..65535 (dezimal oder 0x hexadezimal)"),
+            return Fail(kAddress,
+                        Text("an address 0..65535 (decimal or 0x hexadecimal)",
+                             "eine Adresse 0..65535 (dezimal oder 0x hexadezimal)"),
                         error);
         }
         d.registerAddress = static_cast<uint16_t>(*address);
@@ -195,12 +213,13 @@ public:
         if (!Field(kByteOrder).empty()) {
             const auto order = ByteOrderFromText(Field(kByteOrder));
             if (!order) {
-                return Fail(kByteOrder, Text("a byte order (BIG_ENDIAN, LITTLE_ENDIAN, BIG_ENDIAN_SWAP, "
-                                             "LITTLE_ENDIAN_SWAP or Big Endian, Little Endian, Big Endian Swap, "
-                                             "Little Endian Swap)",
-                                             "eine Byte-Reihenfolge (BIG_ENDIAN, LITTLE_ENDIAN, BIG_ENDIAN_SWAP, "
-                                             "LITTLE_ENDIAN_SWAP oder Big Endian, Little Endian, Big Endian Swap, "
-                                             "Little Endian Swap)"),
+                return Fail(kByteOrder,
+                            Text("a byte order (BIG_ENDIAN, LITTLE_ENDIAN, BIG_ENDIAN_SWAP, "
+                                 "LITTLE_ENDIAN_SWAP or Big Endian, Little Endian, Big Endian Swap, "
+                                 "Little Endian Swap)",
+                                 "eine Byte-Reihenfolge (BIG_ENDIAN, LITTLE_ENDIAN, BIG_ENDIAN_SWAP, "
+                                 "LITTLE_ENDIAN_SWAP oder Big Endian, Little Endian, Big Endian Swap, "
+                                 "Little Endian Swap)"),
                             error);
             }
             d.byteOrder = *order;
@@ -219,8 +238,10 @@ public:
             if (Field(column).empty()) continue;
             const auto value = DecimalNumber(Field(column), separator);
             if (!value) {
-                return Fail(column, separator == ';' ? Text("a number (such as 12.5 or 12,5)", "eine Zahl (etwa 12.5 oder 12,5)")
-                                                     : Text("a number (such as 12.5)", "eine Zahl (etwa 12.5)"),
+                return Fail(column,
+                            separator == ';'
+                                ? Text("a number (such as 12.5 or 12,5)", "eine Zahl (etwa 12.5 oder 12,5)")
+                                : Text("a number (such as 12.5)", "eine Zahl (etwa 12.5)"),
                             error);
             }
             *target = *value;
@@ -228,7 +249,8 @@ public:
         d.unit = Field(kUnit);
         if (!Field(kAlarmOnChange).empty()) {
             const auto flag = FlagFromText(Field(kAlarmOnChange));
-            if (!flag) return Fail(kAlarmOnChange, Text("true/false, 1/0 or yes/no", "true/false, 1/0 oder yes/no"), error);
+            if (!flag)
+                return Fail(kAlarmOnChange, Text("true/false, 1/0 or yes/no", "true/false, 1/0 oder yes/no"), error);
             d.alarmOnChange = *flag;
         }
         ApplyDialogCorrections(d);
@@ -264,8 +286,9 @@ private:
         const auto code = FunctionCodeFromText(Field(kFunctionCode));
         const auto& all = DialogFunctionCodes();
         if (!code || std::find(all.begin(), all.end(), *code) == all.end()) {
-            return Fail(kFunctionCode, Text("a function code 1, 2, 3, 4, 5, 6, 15 or 16 (as 3, 03, 0x03 or FC03)",
-                                            "ein Funktionscode 1, 2, 3, 4, 5, 6, 15 oder 16 (als 3, 03, 0x03 oder FC03)"),
+            return Fail(kFunctionCode,
+                        Text("a function code 1, 2, 3, 4, 5, 6, 15 or 16 (as 3, 03, 0x03 or FC03)",
+                             "ein Funktionscode 1, 2, 3, 4, 5, 6, 15 oder 16 (als 3, 03, 0x03 oder FC03)"),
                         error);
         }
         if (!IsCodeOfferedFor(d.dataType, static_cast<uint8_t>(*code))) {
@@ -297,8 +320,8 @@ std::string ExactNumber(double value) {
 
 const std::vector<std::string>& RegisterMapColumns() {
     static const std::vector<std::string> columns = {
-        "name",     "function_code", "address",  "data_type", "byte_order", "array_size", "scale",
-        "offset",   "unit",          "warn_low", "warn_high", "alarm_low",  "alarm_high", "alarm_on_change"};
+        "name",   "function_code", "address",  "data_type", "byte_order", "array_size", "scale",
+        "offset", "unit",          "warn_low", "warn_high", "alarm_low",  "alarm_high", "alarm_on_change"};
     return columns;
 }
 
@@ -310,8 +333,8 @@ bool ImportRegisterMap(const std::string& text, const std::string& fileName, std
         error = fileName + ": " + error;
         return false;
     }
-    auto header = std::find_if(table.records.begin(), table.records.end(),
-                               [](const CsvRecord& r) { return !r.IsBlank(); });
+    auto header =
+        std::find_if(table.records.begin(), table.records.end(), [](const CsvRecord& r) { return !r.IsBlank(); });
     if (header == table.records.end()) {
         error = fileName + Text(": no header row naming the columns", ": keine Kopfzeile mit den Spaltennamen");
         return false;

@@ -39,7 +39,8 @@ std::optional<FaultKind> ParseFaultName(const std::string& name) {
 std::string AddFault(FaultPlan& plan, const std::string& text) {
     const size_t colon = text.find(':');
     if (colon == std::string::npos) {
-        return "--fault must look like NAME:PERCENT (silence, drop, wrong-unit, bad-crc, wrong-tid), not '" + text + "'";
+        return "--fault must look like NAME:PERCENT (silence, drop, wrong-unit, bad-crc, wrong-tid), not '" + text +
+               "'";
     }
     const auto kind = ParseFaultName(text.substr(0, colon));
     if (!kind) {

@@ -75,7 +75,8 @@ FaultSimulator::Decision FaultSimulator::Next() {
 
 SlaveAnswerAction FaultSimulator::Apply(SlaveAnswer& answer) {
     const Decision decision = Next();
-    const bool answers = !decision.fault || (*decision.fault != FaultKind::Silence && *decision.fault != FaultKind::Drop);
+    const bool answers =
+        !decision.fault || (*decision.fault != FaultKind::Silence && *decision.fault != FaultKind::Drop);
     std::string what;
     if (decision.fault) Reshape(*decision.fault, answer, what);
     if (decision.fault || plan.jitter) {
@@ -85,7 +86,8 @@ SlaveAnswerAction FaultSimulator::Apply(SlaveAnswer& answer) {
         if (plan.jitter && answers) line += " jitter=" + std::to_string(decision.jitterMs) + "ms";
         if (report) report(line);
     }
-    if (!answers) return *decision.fault == FaultKind::Drop ? SlaveAnswerAction::CloseConnection : SlaveAnswerAction::Withhold;
+    if (!answers)
+        return *decision.fault == FaultKind::Drop ? SlaveAnswerAction::CloseConnection : SlaveAnswerAction::Withhold;
     if (decision.jitterMs != 0 && sleep) sleep(decision.jitterMs);
     return SlaveAnswerAction::Send;
 }

@@ -221,7 +221,9 @@ void ModbusClient::SendResponse(bool isTcp, SOCKET client, uint16_t transactionI
         // The one place where a simulator reshapes what goes out; the slave's own paths never see it.
         SlaveAnswer answer{isTcp, client, requestBeingAnswered, std::move(frame)};
         const SlaveAnswerAction action = responseFilter(answer);
-        if (action == SlaveAnswerAction::CloseConnection && client != INVALID_SOCKET) platform::ShutdownSocket(client);
+        if (action == SlaveAnswerAction::CloseConnection && client != INVALID_SOCKET) {
+            platform::ShutdownSocket(client);
+        }
         if (action != SlaveAnswerAction::Send) return;
         frame = std::move(answer.frame);
     }

@@ -36,11 +36,12 @@ std::unique_ptr<ChildProcess> TcpSlave(std::vector<std::string> extra, uint16_t&
 
 TEST(SlaveSimulatorLibmodbus, EveryTableSeededAndTheImageKeptAndReplayed) {
     const std::string dir = MakeTempDir();
-    WriteText(dir + "/device.image", "coil;1;1\ndiscrete;0;1\ndiscrete;3;1\ninput;118;0x4366\ninput;119;0x2000\n"
-                                     "holding;100;0x41C8\n");
+    WriteText(dir + "/device.image",
+              "coil;1;1\ndiscrete;0;1\ndiscrete;3;1\ninput;118;0x4366\ninput;119;0x2000\n"
+              "holding;100;0x41C8\n");
     uint16_t port = 0;
-    auto slave = TcpSlave({"--image", dir + "/device.image", "--input", "200=7,8", "--discrete", "10=1",
-                           "--save-image", dir + "/saved.image"},
+    auto slave = TcpSlave({"--image", dir + "/device.image", "--input", "200=7,8", "--discrete", "10=1", "--save-image",
+                           dir + "/saved.image"},
                           port);
     ASSERT_NE(port, 0) << slave->Stderr();
     EXPECT_EQ(LibmodbusTcp(port, {"rc:0:3", "rd:0:4", "rd:10:1", "ri:118:2", "ri:200:2", "rh:100:2", "wr:101:9",
@@ -50,8 +51,9 @@ TEST(SlaveSimulatorLibmodbus, EveryTableSeededAndTheImageKeptAndReplayed) {
     slave->Signal(SIGTERM);
     EXPECT_EQ(slave->Wait(5000), 0);
     const std::string saved = ReadText(dir + "/saved.image");
-    EXPECT_EQ(saved, "coil;2;1\ndiscrete;0;1\ndiscrete;3;1\ndiscrete;10;1\ninput;118;17254\ninput;119;8192\n"
-                     "input;200;7\ninput;201;8\nholding;100;16840\nholding;101;9\n");
+    EXPECT_EQ(saved,
+              "coil;2;1\ndiscrete;0;1\ndiscrete;3;1\ndiscrete;10;1\ninput;118;17254\ninput;119;8192\n"
+              "input;200;7\ninput;201;8\nholding;100;16840\nholding;101;9\n");
 
     auto replay = TcpSlave({"--image", dir + "/saved.image"}, port);
     ASSERT_NE(port, 0);
@@ -109,8 +111,8 @@ TEST(SlaveSimulatorLibmodbus, ThirtyPercentWithOneSeedTwice) {
     std::vector<std::vector<std::string>> runs;
     for (int run = 0; run < 2; ++run) {
         uint16_t port = 0;
-        auto slave = TcpSlave({"--holding", "0=5", "--fault", "wrong-tid:15", "--fault", "silence:15", "--seed", "30"},
-                              port);
+        auto slave =
+            TcpSlave({"--holding", "0=5", "--fault", "wrong-tid:15", "--fault", "silence:15", "--seed", "30"}, port);
         ASSERT_NE(port, 0);
         std::vector<std::string> seen = LibmodbusTcp(port, ops);
         slave->Signal(SIGTERM);

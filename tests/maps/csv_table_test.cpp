@@ -24,12 +24,14 @@ TEST(CsvTableTest, SemicolonsQuotesBomAndCrLf) {
     Localizer::SetAllLanguages(1);
     CsvTable table;
     std::string error;
-    ASSERT_TRUE(ReadCsv("\xEF\xBB\xBFname; address ;unit\r\n\"a;b\";0x10; \"say \"\"hi\"\"\" \r\n\"two\r\nlines\";2;\r\n",
-                        table, error))
+    ASSERT_TRUE(
+        ReadCsv("\xEF\xBB\xBFname; address ;unit\r\n\"a;b\";0x10; \"say \"\"hi\"\"\" \r\n\"two\r\nlines\";2;\r\n",
+                table, error))
         << error;
     EXPECT_EQ(table.separator, ';');
-    EXPECT_EQ(Texts(table), (std::vector<std::vector<std::string>>{
-                                {"name", "address", "unit"}, {"a;b", "0x10", "say \"hi\""}, {"two\r\nlines", "2", ""}}));
+    EXPECT_EQ(Texts(table),
+              (std::vector<std::vector<std::string>>{
+                  {"name", "address", "unit"}, {"a;b", "0x10", "say \"hi\""}, {"two\r\nlines", "2", ""}}));
     EXPECT_EQ(table.records[2].line, 3u);
     EXPECT_EQ(table.records[2].fields[1].line, 4u);  // after the line break inside the quotes
 }

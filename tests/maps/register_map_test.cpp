@@ -51,8 +51,8 @@ struct VendorRow {
     ModbusDetail expected;
 };
 
-const char* const kTypeForms[] = {"BOOLEAN", "byte",    "Int16",   "UINT16", "int32",  "UInt32",
-                                  "INT64",   "uint64",  "Float32", "FLOAT64", "string", "RAW"};
+const char* const kTypeForms[] = {"BOOLEAN", "byte",   "Int16",   "UINT16",  "int32",  "UInt32",
+                                  "INT64",   "uint64", "Float32", "FLOAT64", "string", "RAW"};
 const char* const kOrderForms[] = {"BIG_ENDIAN", "Little Endian", "big endian swap", "LITTLE_ENDIAN_SWAP"};
 const char* const kCodeForms[] = {"%d", "%02d", "0x%02X", "FC%02d"};
 const char* const kFlagForms[][2] = {{"no", "yes"}, {"0", "1"}, {"FALSE", "True"}, {"", "yes"}};
@@ -75,7 +75,8 @@ VendorRow MakeVendorRow(int i) {
         nameField = "Point " + std::to_string(i);
     }
     d.registerAddress = static_cast<uint16_t>(1000 + 4 * i);
-    const std::string addressField = i % 3 == 0 ? Format("0x%04X", d.registerAddress) : std::to_string(d.registerAddress);
+    const std::string addressField =
+        i % 3 == 0 ? Format("0x%04X", d.registerAddress) : std::to_string(d.registerAddress);
     // Function codes: every code the type is offered, in every written form; some left to the default.
     const std::vector<uint8_t> offered = CodesOfferedFor(type);
     std::string codeField;
@@ -103,9 +104,18 @@ VendorRow MakeVendorRow(int i) {
     }
     std::string scaleField;
     switch (i % 4) {
-        case 0: d.scale = 0.1; scaleField = "0,1"; break;
-        case 1: d.scale = 1.0; scaleField = "0"; break;  // a scale of 0 becomes 1
-        case 2: d.scale = 0.001; scaleField = "0.001"; break;
+        case 0:
+            d.scale = 0.1;
+            scaleField = "0,1";
+            break;
+        case 1:
+            d.scale = 1.0;
+            scaleField = "0";
+            break;  // a scale of 0 becomes 1
+        case 2:
+            d.scale = 0.001;
+            scaleField = "0.001";
+            break;
         default: break;
     }
     std::string offsetField;
@@ -116,7 +126,10 @@ VendorRow MakeVendorRow(int i) {
         d.offset = 12.5;
         offsetField = "12,5";
     }
-    const char* const units[] = {"\xC2\xB0" "C", "m\xC2\xB3/h", "", "A"};
+    const char* const units[] = {
+        "\xC2\xB0"
+        "C",
+        "m\xC2\xB3/h", "", "A"};
     d.unit = units[i % 4];
     std::string limitFields = ";;;";
     if (i % 2 == 0) {
@@ -135,8 +148,10 @@ VendorRow MakeVendorRow(int i) {
 }
 
 TEST_F(RegisterMapTest, AVendorTableOf180RowsIsImportedExactly) {
-    std::string text = "\xEF\xBB\xBF" "Address;NAME;Data_Type;Function_Code;Byte_Order;Array_Size;Scale;Offset;Unit;"
-                       "Warn_Low;Warn_High;Alarm_Low;Alarm_High;Alarm_On_Change\r\n";
+    std::string text =
+        "\xEF\xBB\xBF"
+        "Address;NAME;Data_Type;Function_Code;Byte_Order;Array_Size;Scale;Offset;Unit;"
+        "Warn_Low;Warn_High;Alarm_Low;Alarm_High;Alarm_On_Change\r\n";
     std::vector<ModbusDetail> expected;
     for (int i = 0; i < 180; ++i) {
         const VendorRow row = MakeVendorRow(i);
@@ -152,16 +167,17 @@ TEST_F(RegisterMapTest, AVendorTableOf180RowsIsImportedExactly) {
     // Both blank lines are counted: a bad row after them is named by its line in the file.
     text += "1;late;FLOAT32;FC01;;;;;;;;;;\r\n";
     EXPECT_FALSE(ImportRegisterMap(text, "vendor.csv", details, error));
-    EXPECT_EQ(error, "vendor.csv: line 184, column \"Function_Code\": expected a function code that fits the data "
-                     "type FLOAT32 (3, 4, 6, 16), not \"FC01\"");
+    EXPECT_EQ(error,
+              "vendor.csv: line 184, column \"Function_Code\": expected a function code that fits the data "
+              "type FLOAT32 (3, 4, 6, 16), not \"FC01\"");
     EXPECT_TRUE(details.empty());
 }
 
 TEST_F(RegisterMapTest, OnlyTheRequiredColumnsGiveTheDialogsDefaults) {
     std::vector<ModbusDetail> details;
     std::string error;
-    ASSERT_TRUE(ImportRegisterMap("data_type,address,name\nBOOLEAN,5,Door\nFLOAT32,0x10,Level\n", "m.csv", details,
-                                  error))
+    ASSERT_TRUE(
+        ImportRegisterMap("data_type,address,name\nBOOLEAN,5,Door\nFLOAT32,0x10,Level\n", "m.csv", details, error))
         << error;
     ASSERT_EQ(details.size(), 2u);
     ModbusDetail door;
@@ -188,21 +204,31 @@ TEST_F(RegisterMapTest, EveryKindOfBadRowNamesFileLineColumnAndExpectation) {
                                        "UINT32, INT64, UINT64, FLOAT32, FLOAT64, STRING, RAW), not \"FLOAT\""},
         {"x;3;1;;;;;;;;;;;", at + "\"data_type\": expected a data type (BOOLEAN, BYTE, INT16, UINT16, INT32, UINT32, "
                                   "INT64, UINT64, FLOAT32, FLOAT64, STRING, RAW), not \"\""},
-        {"x;3;65536;UINT16;;;;;;;;;;", at + "\"address\": expected an address 0..65535 (decimal or 0x hexadecimal), not \"65536\""},
-        {"x;3;-1;UINT16;;;;;;;;;;", at + "\"address\": expected an address 0..65535 (decimal or 0x hexadecimal), not \"-1\""},
-        {"x;3;0x1FFFF;UINT16;;;;;;;;;;", at + "\"address\": expected an address 0..65535 (decimal or 0x hexadecimal), not \"0x1FFFF\""},
-        {"x;3;40001a;UINT16;;;;;;;;;;", at + "\"address\": expected an address 0..65535 (decimal or 0x hexadecimal), not \"40001a\""},
-        {"x;3;;UINT16;;;;;;;;;;", at + "\"address\": expected an address 0..65535 (decimal or 0x hexadecimal), not \"\""},
-        {"x;7;1;UINT16;;;;;;;;;;", at + "\"function_code\": expected a function code 1, 2, 3, 4, 5, 6, 15 or 16 (as 3, 03, "
-                                        "0x03 or FC03), not \"7\""},
-        {"x;0x0F0;1;BOOLEAN;;;;;;;;;;", at + "\"function_code\": expected a function code 1, 2, 3, 4, 5, 6, 15 or 16 (as 3, "
-                                             "03, 0x03 or FC03), not \"0x0F0\""},
-        {"x;FC0F;1;BOOLEAN;;;;;;;;;;", at + "\"function_code\": expected a function code 1, 2, 3, 4, 5, 6, 15 or 16 (as 3, "
-                                            "03, 0x03 or FC03), not \"FC0F\""},
-        {"x;FC15;1;INT32;;;;;;;;;;", at + "\"function_code\": expected a function code that fits the data type INT32 (3, 4, "
-                                          "6, 16), not \"FC15\""},
-        {"x;2;1;STRING;;;;;;;;;;", at + "\"function_code\": expected a function code that fits the data type STRING (3, 4, "
-                                        "6, 16), not \"2\""},
+        {"x;3;65536;UINT16;;;;;;;;;;",
+         at + "\"address\": expected an address 0..65535 (decimal or 0x hexadecimal), not \"65536\""},
+        {"x;3;-1;UINT16;;;;;;;;;;",
+         at + "\"address\": expected an address 0..65535 (decimal or 0x hexadecimal), not \"-1\""},
+        {"x;3;0x1FFFF;UINT16;;;;;;;;;;",
+         at + "\"address\": expected an address 0..65535 (decimal or 0x hexadecimal), not \"0x1FFFF\""},
+        {"x;3;40001a;UINT16;;;;;;;;;;",
+         at + "\"address\": expected an address 0..65535 (decimal or 0x hexadecimal), not \"40001a\""},
+        {"x;3;;UINT16;;;;;;;;;;",
+         at + "\"address\": expected an address 0..65535 (decimal or 0x hexadecimal), not \"\""},
+        {"x;7;1;UINT16;;;;;;;;;;",
+         at + "\"function_code\": expected a function code 1, 2, 3, 4, 5, 6, 15 or 16 (as 3, 03, "
+              "0x03 or FC03), not \"7\""},
+        {"x;0x0F0;1;BOOLEAN;;;;;;;;;;",
+         at + "\"function_code\": expected a function code 1, 2, 3, 4, 5, 6, 15 or 16 (as 3, "
+              "03, 0x03 or FC03), not \"0x0F0\""},
+        {"x;FC0F;1;BOOLEAN;;;;;;;;;;",
+         at + "\"function_code\": expected a function code 1, 2, 3, 4, 5, 6, 15 or 16 (as 3, "
+              "03, 0x03 or FC03), not \"FC0F\""},
+        {"x;FC15;1;INT32;;;;;;;;;;",
+         at + "\"function_code\": expected a function code that fits the data type INT32 (3, 4, "
+              "6, 16), not \"FC15\""},
+        {"x;2;1;STRING;;;;;;;;;;",
+         at + "\"function_code\": expected a function code that fits the data type STRING (3, 4, "
+              "6, 16), not \"2\""},
         {"x;3;1;UINT16;MIDDLE;;;;;;;;;", at + "\"byte_order\": expected a byte order (BIG_ENDIAN, LITTLE_ENDIAN, "
                                               "BIG_ENDIAN_SWAP, LITTLE_ENDIAN_SWAP or Big Endian, Little Endian, Big "
                                               "Endian Swap, Little Endian Swap), not \"MIDDLE\""},
@@ -254,8 +280,9 @@ TEST_F(RegisterMapTest, GermanMessages) {
     std::vector<ModbusDetail> details;
     std::string error;
     EXPECT_FALSE(ImportRegisterMap("name;address;data_type\nx;70000;UINT16\n", "m.csv", details, error));
-    EXPECT_EQ(error, "m.csv: Zeile 2, Spalte \"address\": erwartet: eine Adresse 0..65535 (dezimal oder 0x "
-                     "hexadezimal), nicht \"70000\"");
+    EXPECT_EQ(error,
+              "m.csv: Zeile 2, Spalte \"address\": erwartet: eine Adresse 0..65535 (dezimal oder 0x "
+              "hexadezimal), nicht \"70000\"");
     EXPECT_FALSE(ImportRegisterMap("name;address\n", "m.csv", details, error));
     EXPECT_EQ(error, "m.csv: Zeile 1: die Pflichtspalte \"data_type\" fehlt");
     Localizer::SetAllLanguages(1);
@@ -301,7 +328,9 @@ TEST_F(RegisterMapTest, RoundTripOverEveryTypeOrderAndCode) {
 TEST_F(RegisterMapTest, ExportFormat) {
     ModbusDetail d;
     d.name = "Temp, \"inner\"";
-    d.unit = "\xC2\xB0" "C";
+    d.unit =
+        "\xC2\xB0"
+        "C";
     d.dataType = DataType::Float32;
     d.registerAddress = 100;
     d.byteOrder = ByteOrder::LittleEndianSwap;
@@ -312,7 +341,8 @@ TEST_F(RegisterMapTest, ExportFormat) {
     EXPECT_EQ(ExportRegisterMap({d}),
               "name,function_code,address,data_type,byte_order,array_size,scale,offset,unit,warn_low,warn_high,"
               "alarm_low,alarm_high,alarm_on_change\n"
-              "\"Temp, \"\"inner\"\"\",3,100,FLOAT32,LITTLE_ENDIAN_SWAP,1,0.1,-50,\xC2\xB0" "C,0,0,0,95,true\n");
+              "\"Temp, \"\"inner\"\"\",3,100,FLOAT32,LITTLE_ENDIAN_SWAP,1,0.1,-50,\xC2\xB0"
+              "C,0,0,0,95,true\n");
 }
 
 }  // namespace

@@ -53,7 +53,8 @@ TEST_F(StructuresCsvCli, ImportsTheSampleMapNextToTheDemo) {
               "functionCode=4 byteOrder=BIG_ENDIAN scale=0.1 offset=0 warnLow=210 warnHigh=250 alarmLow=200 "
               "alarmHigh=260 alarmOnChange=false widgetType=AUTO");
     EXPECT_EQ(lines[15],
-              "  24  name=\"Bearing temp. \\\"DE\\\"\" unit=\"\xC2\xB0" "C\" dataType=INT16 arraySize=1 registerAddress=206 "
+              "  24  name=\"Bearing temp. \\\"DE\\\"\" unit=\"\xC2\xB0"
+              "C\" dataType=INT16 arraySize=1 registerAddress=206 "
               "functionCode=3 byteOrder=BIG_ENDIAN scale=0.1 offset=-50 warnLow=0 warnHigh=80 alarmLow=0 alarmHigh=95 "
               "alarmOnChange=false widgetType=AUTO");
     EXPECT_EQ(lines[20],
@@ -80,8 +81,9 @@ TEST_F(StructuresCsvCli, ABadTableLeavesTheFileByteForByte) {
     const CommandResult r = Kestrel({"structures", "--file", Store(), "import-csv", dir + "/bad.csv", "--name", "X"});
     EXPECT_EQ(r.exitCode, 1);
     EXPECT_EQ(r.out, "");
-    EXPECT_EQ(r.err, "kestrel-cli: " + dir + "/bad.csv: line 53, column \"scale\": expected a number (such as 12.5 or "
-                     "12,5), not \"0,5x\"\n");
+    EXPECT_EQ(r.err, "kestrel-cli: " + dir +
+                         "/bad.csv: line 53, column \"scale\": expected a number (such as 12.5 or "
+                         "12,5), not \"0,5x\"\n");
     EXPECT_EQ(ReadText(Store()), before);
     EXPECT_FALSE(platform::FileExists(Store() + ".tmp"));
 
@@ -91,12 +93,14 @@ TEST_F(StructuresCsvCli, ABadTableLeavesTheFileByteForByte) {
     EXPECT_FALSE(platform::FileExists(fresh));
 
     // A map that cannot be read, and a structures file that does not load, also leave it alone.
-    const CommandResult missing = Kestrel({"structures", "--file", Store(), "import-csv", dir + "/none.csv", "--name", "X"});
+    const CommandResult missing =
+        Kestrel({"structures", "--file", Store(), "import-csv", dir + "/none.csv", "--name", "X"});
     EXPECT_EQ(missing.exitCode, 1);
     EXPECT_EQ(missing.err, "kestrel-cli: " + dir + "/none.csv: cannot read the file\n");
     WriteText(dir + "/broken.json", "{\"structures\": [{\"id\": x, \"ip\": \"1\"}]}");
     const std::string brokenBefore = ReadText(dir + "/broken.json");
-    const CommandResult broken = Kestrel({"structures", "--file", dir + "/broken.json", "import-csv", kSampleMap, "--name", "X"});
+    const CommandResult broken =
+        Kestrel({"structures", "--file", dir + "/broken.json", "import-csv", kSampleMap, "--name", "X"});
     EXPECT_EQ(broken.exitCode, 1);
     EXPECT_EQ(broken.err.rfind("kestrel-cli: " + dir + "/broken.json: malformed structures file", 0), 0u) << broken.err;
     EXPECT_EQ(ReadText(dir + "/broken.json"), brokenBefore);
@@ -113,14 +117,16 @@ TEST_F(StructuresCsvCli, UsageErrors) {
         {{"import-csv", "m.csv", "--name", "x", "--port", "65536"}, ""},
         {{"import-csv", "m.csv", "--name", "x", "--unit", "256"}, ""},
         {{"import-csv", "m.csv", "--name", "x", "--ip", ""}, "kestrel-cli: --ip must not be empty"},
-        {{"import-csv", "m.csv", "--name", "x", "--out", "y.csv"}, "kestrel-cli: --out belongs to structures export-csv"},
+        {{"import-csv", "m.csv", "--name", "x", "--out", "y.csv"},
+         "kestrel-cli: --out belongs to structures export-csv"},
         {{"list", "--name", "x"},
          "kestrel-cli: --name, --ip, --port, --unit and --rtu-over-tcp belong to structures import-csv"},
         {{"export-csv"}, "kestrel-cli: structures export-csv needs one structure id"},
         {{"export-csv", "x"}, ""},
         {{"export-csv", "1", "--rtu-over-tcp"},
          "kestrel-cli: --name, --ip, --port, --unit and --rtu-over-tcp belong to structures import-csv"},
-        {{"import"}, "kestrel-cli: structures needs list, show ID, demo, import-csv MAP.csv or export-csv ID, not 'import'"},
+        {{"import"},
+         "kestrel-cli: structures needs list, show ID, demo, import-csv MAP.csv or export-csv ID, not 'import'"},
     };
     for (const auto& [extra, message] : cases) {
         std::vector<std::string> args = {"structures", "--file", Store()};
@@ -140,12 +146,15 @@ TEST_F(StructuresCsvCli, ExportToStdoutOrFileAndBackAgain) {
     const CommandResult out = Kestrel({"structures", "--file", Store(), "export-csv", "1"});
     EXPECT_EQ(out.exitCode, 0);
     EXPECT_EQ(Lines(out.out).size(), 17u);
-    EXPECT_EQ(Lines(out.out)[3], "Temperatur,3,100,FLOAT32,BIG_ENDIAN,1,0.1,-50,\xC2\xB0" "C,0,90,0,100,false");
+    EXPECT_EQ(Lines(out.out)[3],
+              "Temperatur,3,100,FLOAT32,BIG_ENDIAN,1,0.1,-50,\xC2\xB0"
+              "C,0,90,0,100,false");
     EXPECT_EQ(Lines(out.out)[16], "Rohdaten Register,3,310,RAW,BIG_ENDIAN,4,1,0,,0,90,0,100,false");
     ASSERT_EQ(Kestrel({"structures", "--file", Store(), "export-csv", "1", "--out", dir + "/demo.csv"}).exitCode, 0);
     EXPECT_EQ(ReadText(dir + "/demo.csv"), out.out);
     // The exported demo, imported again, exports the same table: every detail came back.
-    ASSERT_EQ(Kestrel({"structures", "--file", Store(), "import-csv", dir + "/demo.csv", "--name", "Copy"}).exitCode, 0);
+    ASSERT_EQ(Kestrel({"structures", "--file", Store(), "import-csv", dir + "/demo.csv", "--name", "Copy"}).exitCode,
+              0);
     EXPECT_EQ(Kestrel({"structures", "--file", Store(), "export-csv", "2"}).out, out.out);
     const CommandResult none = Kestrel({"structures", "--file", Store(), "export-csv", "9"});
     EXPECT_EQ(none.exitCode, 1);
@@ -165,7 +174,8 @@ TEST_F(StructuresCsvCli, TheImportedMapPolledAgainstTheSimulatorSeededFromItsIma
     EXPECT_EQ(poll.out,
               "Pump running: ON\nOverload trip: OFF\nSupply voltage; L1: 230.100 V\nMotor current: 12.345 A\n"
               "Frequency: 50.020 Hz\nOutlet pressure: 4.120 bar\nFlow: 123.400 m\xC2\xB3/h\n"
-              "Bearing temp. \"DE\": 62.500 \xC2\xB0" "C\nRunning hours: 8760 h\nEnergy: 1234.500 kWh\n"
+              "Bearing temp. \"DE\": 62.500 \xC2\xB0"
+              "C\nRunning hours: 8760 h\nEnergy: 1234.500 kWh\n"
               "Speed setpoint: 1480 rpm\nSerial number: KP-2041-A\nError count: 3\n");
     slave.Signal(SIGTERM);
     EXPECT_EQ(slave.Wait(5000), 0);

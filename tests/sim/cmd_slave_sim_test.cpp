@@ -54,8 +54,8 @@ const char* const kSessionLog =
     "TCP recv error: 0\nClient disconnected.\nSlave TCP thread stopped.\nDisconnected.\n";
 
 void RunFixedSession(const std::vector<std::string>& extra) {
-    std::vector<std::string> args = {"--lang", "en", "slave", "--tcp-port", "0", "--unit", "1", "--holding",
-                                     "0=1,2,3", "--coils", "0=1,0,1", "--inject", "2:900-901"};
+    std::vector<std::string> args = {"--lang",    "en",      "slave",   "--tcp-port", "0",        "--unit",   "1",
+                                     "--holding", "0=1,2,3", "--coils", "0=1,0,1",    "--inject", "2:900-901"};
     args.insert(args.end(), extra.begin(), extra.end());
     ChildProcess slave(Cli(args));
     const uint16_t port = AnnouncedPort(slave);
@@ -85,17 +85,20 @@ TEST(SlaveSimulatorCli, WithoutFaultOptionsTheSessionIsTodays) {
 }
 
 TEST(SlaveSimulatorCli, SeedsAndServesAllFourTables) {
-    ChildProcess slave(Cli({"--lang", "en", "slave", "--tcp-port", "0", "--input", "118=0x4366,0x2000", "--input",
-                            "65535=9", "--discrete", "1=1,0,1", "--holding", "3=4", "--coils", "0=0,1", "--duration",
-                            "20"}));
+    ChildProcess slave(
+        Cli({"--lang", "en", "slave", "--tcp-port", "0", "--input", "118=0x4366,0x2000", "--input", "65535=9",
+             "--discrete", "1=1,0,1", "--holding", "3=4", "--coils", "0=0,1", "--duration", "20"}));
     const uint16_t port = AnnouncedPort(slave);
     ASSERT_NE(port, 0) << slave.Stderr();
     {
         TestClient client(port);
-        EXPECT_EQ(ToHex(client.Exchange(Hex("00 01 00 00 00 06 01 04 00 76 00 02"))), "00 01 00 00 00 07 01 04 04 43 66 20 00");
-        EXPECT_EQ(ToHex(client.Exchange(Hex("00 02 00 00 00 06 01 04 FF FF 00 02"))), "00 02 00 00 00 07 01 04 04 00 09 00 00");
+        EXPECT_EQ(ToHex(client.Exchange(Hex("00 01 00 00 00 06 01 04 00 76 00 02"))),
+                  "00 01 00 00 00 07 01 04 04 43 66 20 00");
+        EXPECT_EQ(ToHex(client.Exchange(Hex("00 02 00 00 00 06 01 04 FF FF 00 02"))),
+                  "00 02 00 00 00 07 01 04 04 00 09 00 00");
         EXPECT_EQ(ToHex(client.Exchange(Hex("00 03 00 00 00 06 01 02 00 00 00 05"))), "00 03 00 00 00 04 01 02 01 0A");
-        EXPECT_EQ(ToHex(client.Exchange(Hex("00 04 00 00 00 06 01 03 00 03 00 01"))), "00 04 00 00 00 05 01 03 02 00 04");
+        EXPECT_EQ(ToHex(client.Exchange(Hex("00 04 00 00 00 06 01 03 00 03 00 01"))),
+                  "00 04 00 00 00 05 01 03 02 00 04");
         EXPECT_EQ(ToHex(client.Exchange(Hex("00 05 00 00 00 06 01 01 00 00 00 02"))), "00 05 00 00 00 04 01 01 01 02");
     }
     slave.Signal(SIGTERM);
@@ -105,22 +108,27 @@ TEST(SlaveSimulatorCli, SeedsAndServesAllFourTables) {
 
 TEST(SlaveSimulatorCli, ImageInAndSavedImageOut) {
     const std::string dir = MakeTempDir();
-    WriteText(dir + "/pump.image",
-              "# pump P-101\r\ncoil;0;1\r\ndiscrete;2;1\r\ninput;0x76;0x4366\r\n\r\nholding;10;500\r\nholding;11;0\r\n");
+    WriteText(
+        dir + "/pump.image",
+        "# pump P-101\r\ncoil;0;1\r\ndiscrete;2;1\r\ninput;0x76;0x4366\r\n\r\nholding;10;500\r\nholding;11;0\r\n");
     ChildProcess slave(Cli({"--lang", "en", "slave", "--tcp-port", "0", "--image", dir + "/pump.image", "--holding",
                             "12=7", "--save-image", dir + "/after.image"}));
     const uint16_t port = AnnouncedPort(slave);
     ASSERT_NE(port, 0) << slave.Stderr();
     {
         TestClient client(port);
-        EXPECT_EQ(ToHex(client.Exchange(Hex("00 01 00 00 00 06 01 04 00 76 00 01"))), "00 01 00 00 00 05 01 04 02 43 66");
+        EXPECT_EQ(ToHex(client.Exchange(Hex("00 01 00 00 00 06 01 04 00 76 00 01"))),
+                  "00 01 00 00 00 05 01 04 02 43 66");
         EXPECT_EQ(ToHex(client.Exchange(Hex("00 02 00 00 00 06 01 02 00 00 00 03"))), "00 02 00 00 00 04 01 02 01 04");
         EXPECT_EQ(ToHex(client.Exchange(Hex("00 03 00 00 00 06 01 03 00 0A 00 03"))),
                   "00 03 00 00 00 09 01 03 06 01 F4 00 00 00 07");
         // The session's writes: the saved image keeps them.
-        EXPECT_EQ(ToHex(client.Exchange(Hex("00 04 00 00 00 06 01 06 00 0A 00 00"))), "00 04 00 00 00 06 01 06 00 0A 00 00");
-        EXPECT_EQ(ToHex(client.Exchange(Hex("00 05 00 00 00 06 01 06 FF FF 12 34"))), "00 05 00 00 00 06 01 06 FF FF 12 34");
-        EXPECT_EQ(ToHex(client.Exchange(Hex("00 06 00 00 00 06 01 05 00 05 FF 00"))), "00 06 00 00 00 06 01 05 00 05 FF 00");
+        EXPECT_EQ(ToHex(client.Exchange(Hex("00 04 00 00 00 06 01 06 00 0A 00 00"))),
+                  "00 04 00 00 00 06 01 06 00 0A 00 00");
+        EXPECT_EQ(ToHex(client.Exchange(Hex("00 05 00 00 00 06 01 06 FF FF 12 34"))),
+                  "00 05 00 00 00 06 01 06 FF FF 12 34");
+        EXPECT_EQ(ToHex(client.Exchange(Hex("00 06 00 00 00 06 01 05 00 05 FF 00"))),
+                  "00 06 00 00 00 06 01 05 00 05 FF 00");
     }
     slave.Signal(SIGINT);
     EXPECT_EQ(slave.Wait(5000), 0);
@@ -128,13 +136,14 @@ TEST(SlaveSimulatorCli, ImageInAndSavedImageOut) {
     EXPECT_EQ(saved, "coil;0;1\ncoil;5;1\ndiscrete;2;1\ninput;118;17254\nholding;12;7\nholding;65535;4660\n");
 
     // The saved image replays the device: --duration ends the second run, which saves again.
-    ChildProcess again(Cli({"--lang", "en", "slave", "--tcp-port", "0", "--image", dir + "/after.image",
-                            "--save-image", dir + "/again.image", "--duration", "1"}));
+    ChildProcess again(Cli({"--lang", "en", "slave", "--tcp-port", "0", "--image", dir + "/after.image", "--save-image",
+                            dir + "/again.image", "--duration", "1"}));
     const uint16_t port2 = AnnouncedPort(again);
     ASSERT_NE(port2, 0) << again.Stderr();
     {
         TestClient client(port2);
-        EXPECT_EQ(ToHex(client.Exchange(Hex("00 01 00 00 00 06 01 03 FF FF 00 01"))), "00 01 00 00 00 05 01 03 02 12 34");
+        EXPECT_EQ(ToHex(client.Exchange(Hex("00 01 00 00 00 06 01 03 FF FF 00 01"))),
+                  "00 01 00 00 00 05 01 03 02 12 34");
     }
     EXPECT_EQ(again.Wait(8000), 0);
     EXPECT_EQ(ReadText(dir + "/again.image"), saved);
@@ -172,10 +181,12 @@ TEST(SlaveSimulatorCli, UsageErrorsOfTheSimulatorOptions) {
          "kestrel-cli: --fault wrong-tid cannot be played here: only a Modbus TCP frame carries a transaction id"},
         {{"--tcp-port", "0", "--fault", "silence:60", "--fault", "drop:41"},
          "kestrel-cli: --fault: the percentages add up to 101, more than 100"},
-        {{"--tcp-port", "0", "--fault", "silence:5", "--fault", "silence:5"}, "kestrel-cli: --fault silence is given twice"},
+        {{"--tcp-port", "0", "--fault", "silence:5", "--fault", "silence:5"},
+         "kestrel-cli: --fault silence is given twice"},
         {{"--tcp-port", "0", "--fault", "hiccup:5"},
          "kestrel-cli: --fault: unknown fault 'hiccup' (silence, drop, wrong-unit, bad-crc or wrong-tid)"},
-        {{"--tcp-port", "0", "--jitter", "10"}, "kestrel-cli: --jitter must look like MIN-MAX in milliseconds (0..600000), not '10'"},
+        {{"--tcp-port", "0", "--jitter", "10"},
+         "kestrel-cli: --jitter must look like MIN-MAX in milliseconds (0..600000), not '10'"},
         {{"--tcp-port", "0", "--seed", "x"}, ""},
         {{"--tcp-port", "0", "--input", "0=70000"}, ""},
         {{"--tcp-port", "0", "--discrete", "0=2"}, ""},
@@ -229,12 +240,13 @@ TEST(SlaveSimulatorCli, EveryTcpFaultOnTheWire) {
                                             "Client disconnected."}));
     }
     {
-        ChildProcess slave(
-            Cli({"--lang", "en", "slave", "--tcp-port", "0", "--unit", "7", "--fault", "wrong-unit:100", "--seed", "1"}));
+        ChildProcess slave(Cli(
+            {"--lang", "en", "slave", "--tcp-port", "0", "--unit", "7", "--fault", "wrong-unit:100", "--seed", "1"}));
         const uint16_t port = AnnouncedPort(slave);
         ASSERT_NE(port, 0);
         TestClient client(port);
-        EXPECT_EQ(ToHex(client.Exchange(Hex("00 03 00 00 00 06 07 06 00 01 00 09"))), "00 03 00 00 00 06 08 06 00 01 00 09");
+        EXPECT_EQ(ToHex(client.Exchange(Hex("00 03 00 00 00 06 07 06 00 01 00 09"))),
+                  "00 03 00 00 00 06 08 06 00 01 00 09");
         ASSERT_TRUE(slave.WaitForOutput("Slave: FC06 Register 1 = 9\n", 3000));
         EXPECT_EQ(FaultLines(slave.Stdout()),
                   (std::vector<std::string>{"Fault: wrong-unit unit=7 fc=6 address=1 tid=3 answered-unit=8"}));
@@ -245,20 +257,22 @@ TEST(SlaveSimulatorCli, EveryTcpFaultOnTheWire) {
         const uint16_t port = AnnouncedPort(slave);
         ASSERT_NE(port, 0);
         TestClient client(port);
-        EXPECT_EQ(ToHex(client.Exchange(Hex("00 04 00 00 00 06 01 03 00 00 00 01"))), "80 04 00 00 00 05 01 03 02 01 02");
+        EXPECT_EQ(ToHex(client.Exchange(Hex("00 04 00 00 00 06 01 03 00 00 00 01"))),
+                  "80 04 00 00 00 05 01 03 02 01 02");
         ASSERT_TRUE(slave.WaitForOutput("Slave: FC03 read from 0, n=1\n", 3000));
         EXPECT_EQ(FaultLines(slave.Stdout()),
                   (std::vector<std::string>{"Fault: wrong-tid unit=1 fc=3 address=0 tid=4 answered-tid=32772"}));
     }
     {
         // Jitter alone: every answer later by the drawn delay, on top of --delay.
-        ChildProcess slave(Cli({"--lang", "en", "slave", "--tcp-port", "0", "--jitter", "150-150", "--delay", "50",
-                                "--seed", "1"}));
+        ChildProcess slave(
+            Cli({"--lang", "en", "slave", "--tcp-port", "0", "--jitter", "150-150", "--delay", "50", "--seed", "1"}));
         const uint16_t port = AnnouncedPort(slave);
         ASSERT_NE(port, 0);
         TestClient client(port);
         const int64_t start = NowMs();
-        EXPECT_EQ(ToHex(client.Exchange(Hex("00 05 00 00 00 06 01 03 00 00 00 01"))), "00 05 00 00 00 05 01 03 02 00 00");
+        EXPECT_EQ(ToHex(client.Exchange(Hex("00 05 00 00 00 06 01 03 00 00 00 01"))),
+                  "00 05 00 00 00 05 01 03 02 00 00");
         EXPECT_GE(NowMs() - start, 190);
         ASSERT_TRUE(slave.WaitForOutput("Slave: FC03 read from 0, n=1\n", 3000));
         EXPECT_EQ(FaultLines(slave.Stdout()),
@@ -288,8 +302,8 @@ TEST(SlaveSimulatorCli, EveryRtuFaultOnAPtyPair) {
 
 // The faults a client meets at 30 % with one seed: the same on every run, across connections.
 std::vector<std::string> SeededRun(const std::vector<std::string>& seedArgs, std::string* err = nullptr) {
-    std::vector<std::string> args = {"--lang", "en", "slave", "--tcp-port", "0", "--fault", "wrong-unit:30", "--fault",
-                                     "wrong-tid:20", "--duration", "30"};
+    std::vector<std::string> args = {"--lang",        "en",      "slave",        "--tcp-port", "0", "--fault",
+                                     "wrong-unit:30", "--fault", "wrong-tid:20", "--duration", "30"};
     args.insert(args.end(), seedArgs.begin(), seedArgs.end());
     ChildProcess slave(Cli(args));
     const uint16_t port = AnnouncedPort(slave);
@@ -320,8 +334,9 @@ TEST(SlaveSimulatorCli, ThirtyPercentWithASeedRepeatsItsSequence) {
     const auto chosen = SeededRun({}, &err);
     const std::string marker = "kestrel-cli: fault seed ";
     ASSERT_NE(err.find(marker), std::string::npos) << err;
-    const std::string seed = err.substr(err.find(marker) + marker.size(), err.find(' ', err.find(marker) + marker.size()) -
-                                                                              err.find(marker) - marker.size());
+    const std::string seed =
+        err.substr(err.find(marker) + marker.size(),
+                   err.find(' ', err.find(marker) + marker.size()) - err.find(marker) - marker.size());
     EXPECT_NE(err.find("(replay with --seed " + seed + ")\n"), std::string::npos) << err;
     EXPECT_EQ(SeededRun({"--seed", seed}), chosen);
 }
@@ -329,9 +344,9 @@ TEST(SlaveSimulatorCli, ThirtyPercentWithASeedRepeatsItsSequence) {
 TEST(SlaveSimulatorCli, UsageNamesTheNewOptions) {
     const CommandResult r = RunCommand(Cli({"slave", "--help"}), 10000);
     EXPECT_EQ(r.exitCode, 0);
-    for (const char* option : {"[--input A=V[,V...]]...", "[--discrete A=B[,B...]]...", "[--image FILE]",
-                               "[--save-image FILE]", "[--fault silence|drop|wrong-unit|bad-crc|wrong-tid:P]...",
-                               "[--jitter MIN-MAX]", "[--seed N]"}) {
+    for (const char* option :
+         {"[--input A=V[,V...]]...", "[--discrete A=B[,B...]]...", "[--image FILE]", "[--save-image FILE]",
+          "[--fault silence|drop|wrong-unit|bad-crc|wrong-tid:P]...", "[--jitter MIN-MAX]", "[--seed N]"}) {
         EXPECT_NE(r.out.find(option), std::string::npos) << option << "\n" << r.out;
     }
 }

@@ -21,8 +21,8 @@ TEST(FaultPlanTest, TakesEveryFaultByName) {
     EXPECT_EQ(plan.faults[4].kind, FaultKind::WrongTid);
     EXPECT_EQ(plan.faults[4].percent, 65u);
     EXPECT_FALSE(plan.Empty());
-    for (FaultKind kind : {FaultKind::Silence, FaultKind::Drop, FaultKind::WrongUnit, FaultKind::BadCrc,
-                           FaultKind::WrongTid}) {
+    for (FaultKind kind :
+         {FaultKind::Silence, FaultKind::Drop, FaultKind::WrongUnit, FaultKind::BadCrc, FaultKind::WrongTid}) {
         EXPECT_EQ(ParseFaultName(FaultName(kind)), kind);
     }
     EXPECT_EQ(ParseFaultName("Silence"), std::nullopt);
@@ -32,7 +32,8 @@ TEST(FaultPlanTest, RefusesWhatCannotBePlayed) {
     FaultPlan plan;
     EXPECT_EQ(AddFault(plan, "silence"),
               "--fault must look like NAME:PERCENT (silence, drop, wrong-unit, bad-crc, wrong-tid), not 'silence'");
-    EXPECT_EQ(AddFault(plan, "noise:5"), "--fault: unknown fault 'noise' (silence, drop, wrong-unit, bad-crc or wrong-tid)");
+    EXPECT_EQ(AddFault(plan, "noise:5"),
+              "--fault: unknown fault 'noise' (silence, drop, wrong-unit, bad-crc or wrong-tid)");
     EXPECT_EQ(AddFault(plan, "drop:101"), "--fault: the percentage must be a whole number 0..100, not '101'");
     EXPECT_EQ(AddFault(plan, "drop:-1"), "--fault: the percentage must be a whole number 0..100, not '-1'");
     EXPECT_EQ(AddFault(plan, "drop:2.5"), "--fault: the percentage must be a whole number 0..100, not '2.5'");
@@ -51,7 +52,8 @@ TEST(FaultPlanTest, Jitter) {
     EXPECT_EQ(SetJitter(plan, "5-1"), "--jitter MIN must not be above MAX in '5-1'");
     EXPECT_EQ(SetJitter(plan, "5"), "--jitter must look like MIN-MAX in milliseconds (0..600000), not '5'");
     EXPECT_EQ(SetJitter(plan, "a-9"), "--jitter must look like MIN-MAX in milliseconds (0..600000), not 'a-9'");
-    EXPECT_EQ(SetJitter(plan, "0-600001"), "--jitter must look like MIN-MAX in milliseconds (0..600000), not '0-600001'");
+    EXPECT_EQ(SetJitter(plan, "0-600001"),
+              "--jitter must look like MIN-MAX in milliseconds (0..600000), not '0-600001'");
     EXPECT_TRUE(plan.Empty());
     EXPECT_EQ(SetJitter(plan, "20-80"), "");
     EXPECT_TRUE(plan.jitter);
@@ -76,7 +78,8 @@ TEST(FaultPlanTest, FaultsTheTransportCannotHave) {
     AddFault(crc, "bad-crc:100");
     EXPECT_EQ(CheckTransport(crc, false, false), "");
     EXPECT_EQ(CheckTransport(crc, false, true), "");
-    EXPECT_EQ(CheckTransport(crc, true, true), "--fault bad-crc cannot be played here: only an RTU frame carries a CRC");
+    EXPECT_EQ(CheckTransport(crc, true, true),
+              "--fault bad-crc cannot be played here: only an RTU frame carries a CRC");
 }
 
 }  // namespace

@@ -99,7 +99,8 @@ Played Play(const char* fault, bool isTcp, const std::string& request, const std
 }
 
 TEST(FaultSimulatorTest, EachFaultReshapesTheFrameAndSaysSo) {
-    Played p = Play("silence:100", true, "00 07 00 00 00 06 01 03 00 64 00 02", "00 07 00 00 00 07 01 03 04 00 01 00 02");
+    Played p =
+        Play("silence:100", true, "00 07 00 00 00 06 01 03 00 64 00 02", "00 07 00 00 00 07 01 03 04 00 01 00 02");
     EXPECT_EQ(p.action, SlaveAnswerAction::Withhold);
     EXPECT_EQ(p.lines, (std::vector<std::string>{"Fault: silence unit=1 fc=3 address=100 tid=7"}));
 
@@ -155,8 +156,8 @@ TEST(FaultSimulatorTest, InsideARealTcpSlave) {
     LogCapture log(slave);
     slave.Image().SetInputRegisters(0, {0x0102, 0x0304});
     std::vector<std::string> faults;
-    FaultSimulator simulator(Plan({"wrong-tid:100"}, 3), [&](const std::string& line) { faults.push_back(line); },
-                             nullptr);
+    FaultSimulator simulator(
+        Plan({"wrong-tid:100"}, 3), [&](const std::string& line) { faults.push_back(line); }, nullptr);
     slave.SetResponseFilter([&](SlaveAnswer& answer) { return simulator.Apply(answer); });
     ASSERT_TRUE(slave.Connect(TcpSlaveConfig()));
     {

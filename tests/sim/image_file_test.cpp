@@ -37,7 +37,8 @@ TEST(ImageFileTest, ReadsAndSeedsAllFourTables) {
 TEST(ImageFileTest, ABadLineIsNamedWithWhatWasExpected) {
     const std::vector<std::pair<std::string, std::string>> cases = {
         {"coil;0;1\nholding;1\n", "line 2: expected table;address;value, not 'holding;1'"},
-        {"coil;0;1\n# x\nregister;1;2\n", "line 3: expected the table coil, discrete, input or holding, not 'register'"},
+        {"coil;0;1\n# x\nregister;1;2\n",
+         "line 3: expected the table coil, discrete, input or holding, not 'register'"},
         {"Holding;1;2\n", "line 1: expected the table coil, discrete, input or holding, not 'Holding'"},
         {"holding;65536;2\n", "line 1: expected an address 0..65535 (decimal or 0x hexadecimal), not '65536'"},
         {"holding;-1;2\n", "line 1: expected an address 0..65535 (decimal or 0x hexadecimal), not '-1'"},
@@ -65,8 +66,7 @@ TEST(ImageFileTest, WritesEveryNonZeroValueInTableAndAddressOrder) {
     image.SetCoils(65534, {true, false});
     image.SetCoils(1, {true});
     const std::string text = ImageText(image);
-    EXPECT_EQ(text,
-              "coil;1;1\ncoil;65534;1\ndiscrete;9;1\ninput;0;4660\nholding;4;1\nholding;65535;2\n");
+    EXPECT_EQ(text, "coil;1;1\ncoil;65534;1\ndiscrete;9;1\ninput;0;4660\nholding;4;1\nholding;65535;2\n");
     // Read back, it gives the same image.
     std::vector<ImageValue> values;
     std::string error;
