@@ -82,7 +82,9 @@ SlaveAnswerAction FaultSimulator::Apply(SlaveAnswer& answer) {
     if (decision.fault || plan.jitter) {
         std::string line = "Fault: ";
         line += decision.fault ? FaultName(*decision.fault) : "jitter";
-        line += " " + DescribeRequest(answer) + what;
+        line += ' ';
+        line += DescribeRequest(answer);
+        line += what;
         if (plan.jitter && answers) line += " jitter=" + std::to_string(decision.jitterMs) + "ms";
         if (report) report(line);
     }

@@ -296,7 +296,9 @@ TEST_F(RegisterMapTest, RoundTripOverEveryTypeOrderAndCode) {
         for (int32_t o = 0; o < Modbus::kByteOrderCount; ++o) {
             for (uint8_t code : CodesOfferedFor(type)) {
                 ModbusDetail d;
-                d.name = "P" + std::to_string(n) + (n % 3 == 0 ? ", \"quoted\"" : "");
+                d.name = "P";
+                d.name += std::to_string(n);
+                if (n % 3 == 0) d.name += ", \"quoted\"";
                 d.unit = n % 2 == 0 ? "m\xC2\xB3/h" : "";
                 d.dataType = type;
                 d.arraySize = type == DataType::Boolean ? 1 : 1 + n % 5;

@@ -86,7 +86,9 @@ struct Played {
 Played Play(const char* fault, bool isTcp, const std::string& request, const std::string& response,
             const char* jitter = nullptr) {
     FaultPlan plan = Plan({fault}, 1);
-    if (jitter != nullptr) EXPECT_EQ(SetJitter(plan, jitter), "");
+    if (jitter != nullptr) {
+        EXPECT_EQ(SetJitter(plan, jitter), "");
+    }
     Played played;
     FaultSimulator simulator(
         plan, [&](const std::string& line) { played.lines.push_back(line); },
