@@ -51,8 +51,25 @@ int RunDecode(std::vector<std::string>& args) {
 
 }  // namespace
 
+// What `kestrel-cli decode --help` prints after the usage (and the manual page shows).
+constexpr char kDecodeHelp[] =
+    "Decodes register values given on the command line exactly as a polled detail is decoded and shown,\n"
+    "to try a data type and byte order before a device is described. The data types: BOOLEAN, BYTE,\n"
+    "INT16, UINT16, INT32, UINT32, INT64, UINT64, FLOAT32, FLOAT64, STRING and RAW.\n"
+    "\n"
+    "Options:\n"
+    "  --type NAME            required: the data type, one of those above (in upper or lower case)\n"
+    "  --order NAME           BIG_ENDIAN, LITTLE_ENDIAN, BIG_ENDIAN_SWAP or LITTLE_ENDIAN_SWAP; default BIG_ENDIAN\n"
+    "  --scale X              the decoded number is multiplied by X; default 1\n"
+    "  --offset Y             and then Y is added to it; default 0\n"
+    "  --unit U               the unit shown after the value; default none\n"
+    "  REG...                 required: the register values, 0 to 65535 (decimal, or hexadecimal as 0x...)\n"
+    "Example:\n"
+    "  kestrel-cli decode --type UINT16 --scale 0.1 --offset -50 --unit degC 700\n"
+    "  kestrel-cli decode --type FLOAT32 0x41C8 0x0000\n";
+
 KESTREL_CLI_COMMAND(decode, "decode",
-                    "  kestrel-cli [--lang en|de] decode --type NAME [--order NAME] [--scale X] [--offset Y] [--unit U] REG...\n", "",
+                    "  kestrel-cli [--lang en|de] decode --type NAME [--order NAME] [--scale X] [--offset Y] [--unit U] REG...\n", kDecodeHelp,
                     RunDecode);
 
 }  // namespace cli

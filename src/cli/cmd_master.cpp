@@ -166,11 +166,40 @@ int RunWriteCommand(std::vector<std::string>& args) {
 
 }  // namespace
 
+// What `kestrel-cli read --help` prints after the usage (and the manual page shows).
+constexpr char kReadHelp[] =
+    "Reads coils, discrete inputs or registers of a slave, once or --repeat times on one connection.\n"
+    "The values go to stdout, one a line (bits as 0 or 1, registers as unsigned decimals); the log to stderr.\n"
+    "\n"
+    "Options:\n"
+    KESTREL_CLI_CONNECTION_HELP
+    "  --unit N               the unit id of the requests, 0 to 255; default 1\n"
+    "  --fc 1|2|3|4|23|24     required: 1 coils, 2 inputs, 3 holding, 4 input registers, 23 read/write, 24 FIFO\n"
+    "  --address A            required: the first address, 0 to 65535 (decimal, or hexadecimal as 0x...)\n"
+    "  --count N              how many coils or registers to read, 0 to 65535; default 1\n"
+    "  --repeat N             the same read N times on one connection, 1 to 1000000; default 1\n"
+    "  VALUE...               with --fc 23 only: the registers written at the same address first; default one 0\n"
+    "Example:\n"
+    "  kestrel-cli read --tcp 127.0.0.1:1502 --fc 3 --address 0 --count 4\n";
+
 KESTREL_CLI_COMMAND(read, "read",
-                    "  kestrel-cli [--lang en|de] read  CONN [--unit N] --fc 1|2|3|4|23|24 --address A [--count N] [--repeat N] [VALUE...]\n", "",
+                    "  kestrel-cli [--lang en|de] read  CONN [--unit N] --fc 1|2|3|4|23|24 --address A [--count N] [--repeat N] [VALUE...]\n", kReadHelp,
                     RunReadCommand);
+// What `kestrel-cli write --help` prints after the usage (and the manual page shows).
+constexpr char kWriteHelp[] =
+    "Writes coils or holding registers of a slave. The log goes to stderr; nothing goes to stdout.\n"
+    "\n"
+    "Options:\n"
+    KESTREL_CLI_CONNECTION_HELP
+    "  --unit N               the unit id of the request, 0 to 255; default 1\n"
+    "  --fc 5|6|15|16         required: 5 one coil, 6 one holding register, 15 coils, 16 holding registers\n"
+    "  --address A            required: the first address, 0 to 65535 (decimal, or hexadecimal as 0x...)\n"
+    "  VALUE...               required: 0 or 1 for coils, 0 to 65535 for registers; exactly one for --fc 5 and 6\n"
+    "Example:\n"
+    "  kestrel-cli write --tcp 127.0.0.1:1502 --fc 16 --address 10 100 200 300\n";
+
 KESTREL_CLI_COMMAND(write, "write",
-                    "  kestrel-cli [--lang en|de] write CONN [--unit N] --fc 5|6|15|16 --address A VALUE...\n", "",
+                    "  kestrel-cli [--lang en|de] write CONN [--unit N] --fc 5|6|15|16 --address A VALUE...\n", kWriteHelp,
                     RunWriteCommand);
 
 }  // namespace cli

@@ -110,7 +110,30 @@ int RunSettings(std::vector<std::string>& args) {
 
 }  // namespace
 
-KESTREL_CLI_COMMAND(settings, "settings", "  kestrel-cli [--lang en|de] settings show | set KEY VALUE\n", "",
+// What `kestrel-cli settings --help` prints after the usage (and the manual page shows).
+constexpr char kSettingsHelp[] =
+    "Shows and changes the stored settings the window reads at start-up: a file in the user's configuration\n"
+    "folder (~/.config/kestrel/settings), on Windows the registry key HKEY_CURRENT_USER\\Software\\Kestrel.\n"
+    "\n"
+    "Actions:\n"
+    "  show                   every setting as KEY=VALUE (the password hidden); the defaults while nothing is stored\n"
+    "  set KEY VALUE          stores one setting; the window takes it at its next start\n"
+    "Keys:\n"
+    "  theme_mode             0 system, 1 light, 2 dark; default 0\n"
+    "  language               0 or de for German, 1 or en for English; default 0\n"
+    "  mqtt_enabled           0 or false, 1 or true; default 0\n"
+    "  mqtt_broker            the MQTT broker's address; default tcp://broker.hivemq.com\n"
+    "  mqtt_port              1 to 65535; default 1883\n"
+    "  mqtt_topic_prefix      default modbus\n"
+    "  mqtt_client_id         default Kestrel\n"
+    "  mqtt_username          default empty\n"
+    "  mqtt_password          stored in plain text; default empty\n"
+    "  mqtt_qos               0, 1 or 2; default 0\n"
+    "Example:\n"
+    "  kestrel-cli settings set language en\n"
+    "  kestrel-cli settings show\n";
+
+KESTREL_CLI_COMMAND(settings, "settings", "  kestrel-cli [--lang en|de] settings show | set KEY VALUE\n", kSettingsHelp,
                     RunSettings);
 
 }  // namespace cli

@@ -225,6 +225,35 @@ int RunSlave(std::vector<std::string>& args) {
 
 }  // namespace
 
+// What `kestrel-cli slave --help` prints after the usage (and the manual page shows).
+constexpr char kSlaveHelp[] =
+    "Serves a register image (coils, discrete inputs, holding and input registers, all 0 at first) to a\n"
+    "master over Modbus TCP or RTU until --duration ends, Ctrl-C or SIGTERM. Every log line goes to stdout.\n"
+    "\n"
+    "Options:\n"
+    "  --tcp-port P           serve Modbus TCP on port P; 0 takes a free port and names it on stderr\n"
+    "  --rtu DEVICE           serve Modbus RTU on a serial port (/dev/ttyUSB0, COM3), 8 data bits\n"
+    "  --baud N               with --rtu: the baud rate; default 9600\n"
+    "  --parity N|E|O         with --rtu: no, even or odd parity; default N\n"
+    "  --stop-bits 1|2        with --rtu: the stop bits; default 1\n"
+    "  --unit N               the unit id the slave answers, 0 to 255; default 1\n"
+    "  --delay MS             wait MS milliseconds before every response; default 0\n"
+    "  --inject CODE:FROM-TO  answer requests starting at an address FROM to TO with exception CODE; default off\n"
+    "  --holding A=V[,V...]   holding registers from address A on hold the values V (repeatable); default 0\n"
+    "  --coils A=B[,B...]     coils from address A on hold the bits B, 0 or 1 (repeatable); default 0\n"
+    "  --input A=V[,V...]     input registers from address A on hold the values V (repeatable); default 0\n"
+    "  --discrete A=B[,B...]  discrete inputs from address A on hold the bits B (repeatable); default 0\n"
+    "  --image FILE           seed the four tables from FILE's table;address;value lines, first\n"
+    "  --save-image FILE      at the stop, write every non-zero value to FILE in the --image format\n"
+    "  --fault NAME:P         play fault NAME on P percent of the answers (repeatable, 100 in all):\n"
+    "                         silence, drop (TCP), wrong-unit, bad-crc (RTU), wrong-tid (TCP); default none\n"
+    "  --jitter MIN-MAX       delay every answer by a random MIN to MAX ms more; default none\n"
+    "  --seed N               the seed of the faults and the jitter; default random, printed on stderr\n"
+    "  --duration S           stop after S seconds; default: run until Ctrl-C or SIGTERM\n"
+    "Example:\n"
+    "  kestrel-cli slave --tcp-port 1502 --holding 0=11,22,33,44 --coils 0=1,0,1 --duration 60\n"
+    "  kestrel-cli slave --tcp-port 1502 --image pump.image --fault silence:10 --jitter 0-50 --seed 7\n";
+
 KESTREL_CLI_COMMAND(slave, "slave",
                     "  kestrel-cli [--lang en|de] slave (--tcp-port P | --rtu DEVICE [--baud N] [--parity N|E|O] "
                     "[--stop-bits 1|2])\n"
@@ -233,7 +262,7 @@ KESTREL_CLI_COMMAND(slave, "slave",
                     "              [--input A=V[,V...]]... [--discrete A=B[,B...]]... [--image FILE] "
                     "[--save-image FILE]\n"
                     "              [--fault silence|drop|wrong-unit|bad-crc|wrong-tid:P]... [--jitter MIN-MAX] "
-                    "[--seed N] [--duration S]\n", "",
+                    "[--seed N] [--duration S]\n", kSlaveHelp,
                     RunSlave);
 
 }  // namespace cli

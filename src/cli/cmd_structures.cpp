@@ -229,10 +229,35 @@ int RunStructures(std::vector<std::string>& args) {
 
 }  // namespace
 
+// What `kestrel-cli structures --help` prints after the usage (and the manual page shows).
+constexpr char kStructuresHelp[] =
+    "Lists, shows and extends the structures file the window uses: devices described as typed data points.\n"
+    "\n"
+    "Options:\n"
+    "  --file F               the structures file; default modbus_structures.json in the current folder\n"
+    "Actions:\n"
+    "  list                   one line per structure: id, name, address, unit id and number of details\n"
+    "  show ID                every field of one structure and of each of its details\n"
+    "  demo                   adds the demo device (127.0.0.1:1502, 16 details) to the file, which is made if missing\n"
+    "  import-csv MAP.csv     adds a structure with a detail per row of a register map (docs/REGISTER_MAPS.md)\n"
+    "  export-csv ID          writes a structure's details as a register map to stdout\n"
+    "Options of import-csv and export-csv:\n"
+    "  --name NAME            import-csv: the new structure's name (required)\n"
+    "  --ip IP                import-csv: the device's address; default 192.168.1.1\n"
+    "  --port P               import-csv: the device's TCP port, 1 to 65535; default 502\n"
+    "  --unit N               import-csv: the device's unit id, 0 to 255; default 1\n"
+    "  --rtu-over-tcp         import-csv: the device speaks RTU frames over TCP; default off\n"
+    "  --out MAP.csv          export-csv: write to this file instead of stdout\n"
+    "Example:\n"
+    "  kestrel-cli structures --file plant.json demo\n"
+    "  kestrel-cli structures --file plant.json show 1\n"
+    "  kestrel-cli structures --file plant.json import-csv pump.csv --name Pump --ip 10.0.0.7 --unit 3\n"
+    "  kestrel-cli structures --file plant.json export-csv 2 --out pump-copy.csv\n";
+
 KESTREL_CLI_COMMAND(structures, "structures",
                     "  kestrel-cli [--lang en|de] structures [--file F] list | show ID | demo\n"
                     "              | import-csv MAP.csv --name NAME [--ip IP] [--port P] [--unit N] [--rtu-over-tcp]\n"
                     "              | export-csv ID [--out MAP.csv]\n",
-                    "", RunStructures);
+                    kStructuresHelp, RunStructures);
 
 }  // namespace cli

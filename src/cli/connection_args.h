@@ -6,6 +6,14 @@
 
 #include "protocol/modbus_client.h"
 
+// The help lines of the CONN options, for the help texts of the commands that take CONN.
+#define KESTREL_CLI_CONNECTION_HELP \
+    "  --tcp HOST[:PORT]      Modbus TCP to a dotted IPv4 address (or localhost); port 502 unless given\n" \
+    "  --rtu DEVICE           Modbus RTU on a serial port (/dev/ttyUSB0, COM3), 8 data bits\n" \
+    "  --baud N               with --rtu: the baud rate; default 9600\n" \
+    "  --parity N|E|O         with --rtu: no, even or odd parity; default N\n" \
+    "  --stop-bits 1|2        with --rtu: the stop bits; default 1\n"
+
 namespace cli {
 
 // Takes the connection options out of `args` into a master ConnectionConfig; UsageError when

@@ -5,25 +5,18 @@
 #include <vector>
 
 #include "cli/command.h"
+#include "cli/help_text.h"
 #include "cli/language.h"
+#include "platform/standard_streams.h"
+#if defined(_WIN32)
+#include "platform/win32/wide_text.h"
+#endif
+
+#ifndef KESTREL_VERSION
+#define KESTREL_VERSION "unknown"
+#endif
 
 namespace {
-
-void PrintUsage(std::FILE* to) {
-    std::fputs("usage:\n", to);
-    for (const cli::Command& command : cli::Commands()) std::fputs(command.usage, to);
-    std::fputs("CONN is  --tcp HOST[:PORT]  or  --rtu DEVICE [--baud N] [--parity N|E|O] [--stop-bits 1|2]\n", to);
-}
-
-// `kestrel-cli COMMAND --help`: the command's own usage, its options and an example.
-void PrintCommandHelp(const cli::Command& command) {
-    std::fputs("usage:\n", stdout);
-    std::fputs(command.usage, stdout);
-    if (command.help[0] != '\0') {
-        std::fputs("\n", stdout);
-        std::fputs(command.help, stdout);
-    }
-}
 
 bool AsksForHelp(const std::vector<std::string>& args) {
     return std::find(args.begin(), args.end(), "--help") != args.end() ||
@@ -32,15 +25,19 @@ bool AsksForHelp(const std::vector<std::string>& args) {
 
 int UsageError(const std::string& message) {
     std::fprintf(stderr, "kestrel-cli: %s\n", message.c_str());
-    PrintUsage(stderr);
+    std::fputs(cli::UsageText().c_str(), stderr);
     return 2;
 }
 
-}  // namespace
-
-int main(int argc, char** argv) {
+// `args` are the arguments after the program name, in UTF-8.
+int Run(std::vector<std::string> args) {
     std::setvbuf(stdout, nullptr, _IOLBF, 0);
-    std::vector<std::string> args(argv + 1, argv + argc);
+    platform::UseUtf8StandardStreams();
+    // The build writes the manual page with this; it is no command of its own.
+    if (args.size() == 1 && args.front() == "--man") {
+        std::fputs(cli::ManPage(KESTREL_VERSION).c_str(), stdout);
+        return 0;
+    }
     try {
         cli::ApplyLanguage(cli::TakeOption(args, "--lang"));
         const std::vector<cli::Command> commands = cli::Commands();
@@ -49,11 +46,11 @@ int main(int argc, char** argv) {
                                 [&](const cli::Command& command) { return name == command.name; });
         };
         if (!args.empty() && named(args.front()) != commands.end() && AsksForHelp(args)) {
-            PrintCommandHelp(*named(args.front()));
+            std::fputs(cli::CommandHelpText(*named(args.front())).c_str(), stdout);
             return 0;
         }
         if (AsksForHelp(args) && (args.front() == "--help" || args.front() == "-h")) {
-            PrintUsage(stdout);
+            std::fputs(cli::UsageText().c_str(), stdout);
             return 0;
         }
         if (args.empty()) return UsageError("no command given");
@@ -65,3 +62,18 @@ int main(int argc, char** argv) {
         return UsageError(error.what());
     }
 }
+
+}  // namespace
+
+#if defined(_WIN32)
+// Windows hands a program its arguments in UTF-16. The C runtime's narrow argv would carry them in
+// the ANSI code page, where "°C" or "Größe" are not the UTF-8 bytes the rest of the program works
+// with; they are converted here, once.
+int wmain(int argc, wchar_t** argv) {
+    std::vector<std::string> args;
+    for (int i = 1; i < argc; ++i) args.push_back(platform::Utf8(argv[i]));
+    return Run(std::move(args));
+}
+#else
+int main(int argc, char** argv) { return Run(std::vector<std::string>(argv + 1, argv + argc)); }
+#endif

@@ -33,6 +33,12 @@ bool SerialWrite(SerialHandle h, const uint8_t* data, size_t length, size_t& wri
 // One read of up to `capacity` bytes with the time-outs above; false when the read failed or was
 // cancelled. `received` may be 0 on success (nothing came in time).
 bool SerialRead(SerialHandle h, uint8_t* data, size_t capacity, size_t& received);
+// One read for a listener that timestamps what it gets: waits up to `waitMs` for the first byte,
+// then returns at once with whatever the driver holds (up to `capacity`), without waiting for a
+// gap. `received` is 0 when nothing came within `waitMs`; false when the read failed or the device
+// went away. On Windows it replaces the port's read time-outs with its own, so a port read this
+// way is not also read with SerialRead.
+bool SerialReadAvailable(SerialHandle h, uint8_t* data, size_t capacity, uint32_t waitMs, size_t& received);
 void SerialPurge(SerialHandle h, bool receive, bool transmit);
 // Breaks a read pending in another thread at once (CancelIoEx on Windows).
 void SerialCancel(SerialHandle h);

@@ -6,6 +6,7 @@
 #include "common/localizer.h"
 #include "model/value_display.h"
 #include "platform/clock.h"
+#include "platform/file_io.h"
 
 namespace {
 
@@ -99,7 +100,7 @@ void RecordingBuffer::Record(const Modbus::PollingResult& result, const Modbus::
 bool RecordingBuffer::ExportCsv(const std::string& path) const {
     std::lock_guard<std::mutex> lock(mutex);
     // Binary mode with explicit CR LF: the file is the same on every platform.
-    std::FILE* file = std::fopen(path.c_str(), "wb");
+    std::FILE* file = platform::OpenFile(path, "wb");
     if (file == nullptr) return false;
     const char* header = Localizer::Text(Localizer::Scope::Messages, "Timestamp;Name;RawValue;DisplayValue;Unit\r\n",
                                          "Zeitstempel;Name;Rohwert;Anzeigewert;Einheit\r\n");
@@ -112,7 +113,7 @@ bool RecordingBuffer::ExportCsv(const std::string& path) const {
     // A write that failed part of the way (a full disk) leaves no half file behind.
     const bool written = std::ferror(file) == 0;
     if (std::fclose(file) == 0 && written) return true;
-    std::remove(path.c_str());
+    platform::RemoveFile(path);
     return false;
 }
 

@@ -41,6 +41,18 @@ bool SerialPair::Write(const Bytes& bytes) {
     return platform::SerialWrite(peer_, bytes.data(), bytes.size(), written) && written == bytes.size();
 }
 
+bool SerialPair::WriteAll(const Bytes& bytes, int timeoutMs) {
+    // The port's own write time-out bounds each write.
+    const int64_t deadline = NowMs() + timeoutMs;
+    size_t done = 0;
+    while (done < bytes.size() && NowMs() < deadline) {
+        size_t written = 0;
+        if (!platform::SerialWrite(peer_, bytes.data() + done, bytes.size() - done, written)) return false;
+        done += written;
+    }
+    return done == bytes.size();
+}
+
 SerialPair::Bytes SerialPair::Read(size_t n, int timeoutMs) {
     Bytes out;
     const int64_t deadline = NowMs() + timeoutMs;
@@ -93,6 +105,23 @@ bool SerialPair::Ok() const { return master_ >= 0; }
 
 bool SerialPair::Write(const Bytes& bytes) {
     return write(master_, bytes.data(), bytes.size()) == static_cast<ssize_t>(bytes.size());
+}
+
+bool SerialPair::WriteAll(const Bytes& bytes, int timeoutMs) {
+    const int64_t deadline = NowMs() + timeoutMs;
+    size_t done = 0;
+    while (done < bytes.size()) {
+        const ssize_t n = write(master_, bytes.data() + done, bytes.size() - done);
+        if (n > 0) {
+            done += static_cast<size_t>(n);
+            continue;
+        }
+        const int64_t left = deadline - NowMs();
+        if (left <= 0) return false;
+        pollfd p{master_, POLLOUT, 0};
+        poll(&p, 1, static_cast<int>(std::min<int64_t>(left, 100)));
+    }
+    return true;
 }
 
 SerialPair::Bytes SerialPair::Read(size_t n, int timeoutMs) {

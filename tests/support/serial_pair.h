@@ -23,6 +23,9 @@ public:
     const std::string& DeviceName() const { return deviceName_; }
 
     bool Write(const Bytes& bytes);
+    // Writes everything, waiting while the line's buffer is full (a long burst), for at most
+    // `timeoutMs`.
+    bool WriteAll(const Bytes& bytes, int timeoutMs);
     // Reads until `n` bytes came or `timeoutMs` passed.
     Bytes Read(size_t n, int timeoutMs);
     // Reads one frame: everything until a gap of `gapMs` after the first byte, or `timeoutMs`.

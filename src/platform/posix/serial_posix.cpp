@@ -165,6 +165,26 @@ bool SerialRead(SerialHandle h, uint8_t* data, size_t capacity, size_t& received
     return true;
 }
 
+bool SerialReadAvailable(SerialHandle h, uint8_t* data, size_t capacity, uint32_t waitMs, size_t& received) {
+    received = 0;
+    if (h == nullptr) return false;
+    pollfd p[2] = {{h->fd, POLLIN, 0}, {h->cancelRead, POLLIN, 0}};
+    const int ready = poll(p, 2, static_cast<int>(waitMs));
+    if (ready < 0) return errno == EINTR;
+    if (p[1].revents != 0) return false;  // cancelled
+    if (ready == 0) return true;
+    if (p[0].revents & POLLIN) {
+        const ssize_t n = read(h->fd, data, capacity);
+        if (n > 0) {
+            received = static_cast<size_t>(n);
+            return true;
+        }
+        if (n < 0 && (errno == EAGAIN || errno == EINTR)) return true;
+    }
+    // Nothing to read although poll said so: the device is gone (the other pty end closed).
+    return (p[0].revents & (POLLHUP | POLLERR | POLLNVAL)) == 0;
+}
+
 void SerialPurge(SerialHandle h, bool receive, bool transmit) {
     if (h == nullptr) return;
     if (receive && transmit) {

@@ -71,4 +71,6 @@ bool FileExists(const std::string& path) { return GetFileAttributesW(Wide(path).
 
 bool RemoveFile(const std::string& path) { return DeleteFileW(Wide(path).c_str()) != 0; }
 
+std::FILE* OpenFile(const std::string& path, const char* mode) { return _wfopen(Wide(path).c_str(), Wide(mode).c_str()); }
+
 }  // namespace platform

@@ -60,6 +60,24 @@ bool SerialRead(SerialHandle h, uint8_t* data, size_t capacity, size_t& received
     return ok != FALSE;
 }
 
+bool SerialReadAvailable(SerialHandle h, uint8_t* data, size_t capacity, uint32_t waitMs, size_t& received) {
+    // MAXDWORD interval and multiplier with a constant: ReadFile returns as soon as a byte is there,
+    // with everything buffered, or after the constant with nothing. The port keeps these time-outs;
+    // only a listener, which never calls SerialRead, uses this.
+    COMMTIMEOUTS timeouts;
+    ZeroMemory(&timeouts, sizeof timeouts);
+    timeouts.ReadIntervalTimeout = MAXDWORD;
+    timeouts.ReadTotalTimeoutMultiplier = MAXDWORD;
+    timeouts.ReadTotalTimeoutConstant = waitMs == 0 ? 1 : waitMs;
+    timeouts.WriteTotalTimeoutMultiplier = 10;
+    timeouts.WriteTotalTimeoutConstant = 1000;
+    SetCommTimeouts(h, &timeouts);
+    DWORD count = 0;
+    const BOOL ok = ReadFile(h, data, static_cast<DWORD>(capacity), &count, nullptr);
+    received = count;
+    return ok != FALSE;
+}
+
 void SerialPurge(SerialHandle h, bool receive, bool transmit) {
     DWORD flags = 0;
     if (receive) flags |= PURGE_RXCLEAR;
