@@ -101,8 +101,11 @@ void TakeFaultOptions(std::vector<std::string>& args, SlaveOptions& options) {
         options.faults.seed = static_cast<uint32_t>(ParseUnsigned(*seed, "--seed", 0, 4294967295u));
         options.seedGiven = true;
     }
-    const bool tcp = options.connection.transport == 0;
-    const std::string error = sim::CheckTransport(options.faults, tcp, tcp);
+    // RTU over TCP: RTU frames (a CRC, no transaction id) on a TCP connection (which can be dropped).
+    const int32_t transport = options.connection.transport;
+    const bool tcpFraming = transport == kTransportTcp;
+    const bool tcpConnection = transport == kTransportTcp || transport == kTransportRtuOverTcp;
+    const std::string error = sim::CheckTransport(options.faults, tcpFraming, tcpConnection);
     if (!error.empty()) throw UsageError(error);
 }
 
@@ -112,8 +115,17 @@ SlaveOptions TakeSlaveOptions(std::vector<std::string>& args) {
     c.role = 1;
     const auto port = TakeOption(args, "--tcp-port");
     const auto device = TakeOption(args, "--rtu");
-    if (port.has_value() == device.has_value()) throw UsageError("give exactly one of --tcp-port and --rtu");
-    if (port) {
+    const auto rtuOverTcpPort = TakeOption(args, "--rtu-over-tcp-port");
+    if (rtuOverTcpPort && (port || device)) {
+        throw UsageError("give exactly one of --tcp-port, --rtu and --rtu-over-tcp-port");
+    }
+    if (!rtuOverTcpPort && port.has_value() == device.has_value()) {
+        throw UsageError("give exactly one of --tcp-port and --rtu");
+    }
+    if (rtuOverTcpPort) {
+        c.transport = kTransportRtuOverTcp;
+        c.port = static_cast<uint16_t>(ParseUnsigned(*rtuOverTcpPort, "--rtu-over-tcp-port", 0, 65535));
+    } else if (port) {
         c.transport = 0;
         c.port = static_cast<uint16_t>(ParseUnsigned(*port, "--tcp-port", 0, 65535));
     } else {
@@ -207,7 +219,9 @@ int RunSlave(std::vector<std::string>& args) {
     client.exceptionInjectionTo = options.injectTo;
 
     const bool started = client.Connect(options.connection);
-    if (started && options.connection.transport == 0 && options.connection.port == 0) {
+    const bool listens = options.connection.transport == kTransportTcp ||
+                         options.connection.transport == kTransportRtuOverTcp;
+    if (started && listens && options.connection.port == 0) {
         // Port 0 lets the system choose; say which one it chose (stderr, so stdout stays the log).
         ErrLine("kestrel-cli: slave listening on port " + std::to_string(client.ListeningPort()));
         FlushOutput();
@@ -236,6 +250,7 @@ constexpr char kSlaveHelp[] =
     "  --baud N               with --rtu: the baud rate; default 9600\n"
     "  --parity N|E|O         with --rtu: no, even or odd parity; default N\n"
     "  --stop-bits 1|2        with --rtu: the stop bits; default 1\n"
+    "  --rtu-over-tcp-port P  serve RTU frames over TCP on port P, as a serial-to-Ethernet gateway; 0 as above\n"
     "  --unit N               the unit id the slave answers, 0 to 255; default 1\n"
     "  --delay MS             wait MS milliseconds before every response; default 0\n"
     "  --inject CODE:FROM-TO  answer requests starting at an address FROM to TO with exception CODE; default off\n"
@@ -246,7 +261,8 @@ constexpr char kSlaveHelp[] =
     "  --image FILE           seed the four tables from FILE's table;address;value lines, first\n"
     "  --save-image FILE      at the stop, write every non-zero value to FILE in the --image format\n"
     "  --fault NAME:P         play fault NAME on P percent of the answers (repeatable, 100 in all):\n"
-    "                         silence, drop (TCP), wrong-unit, bad-crc (RTU), wrong-tid (TCP); default none\n"
+    "                         silence, drop (TCP, RTU over TCP), wrong-unit, bad-crc (RTU, RTU over TCP),\n"
+    "                         wrong-tid (TCP); default none\n"
     "  --jitter MIN-MAX       delay every answer by a random MIN to MAX ms more; default none\n"
     "  --seed N               the seed of the faults and the jitter; default random, printed on stderr\n"
     "  --duration S           stop after S seconds; default: run until Ctrl-C or SIGTERM\n"
@@ -256,7 +272,7 @@ constexpr char kSlaveHelp[] =
 
 KESTREL_CLI_COMMAND(slave, "slave",
                     "  kestrel-cli [--lang en|de] slave (--tcp-port P | --rtu DEVICE [--baud N] [--parity N|E|O] "
-                    "[--stop-bits 1|2])\n"
+                    "[--stop-bits 1|2] | --rtu-over-tcp-port P)\n"
                     "              [--unit N] [--delay MS] [--inject CODE:FROM-TO] [--holding A=V[,V...]]... "
                     "[--coils A=B[,B...]]...\n"
                     "              [--input A=V[,V...]]... [--discrete A=B[,B...]]... [--image FILE] "

@@ -7,7 +7,8 @@ namespace cli {
 namespace {
 
 constexpr char kConnectionUsage[] =
-    "CONN is  --tcp HOST[:PORT]  or  --rtu DEVICE [--baud N] [--parity N|E|O] [--stop-bits 1|2]\n";
+    "CONN is  --tcp HOST[:PORT]  or  --rtu DEVICE [--baud N] [--parity N|E|O] [--stop-bits 1|2]\n"
+    "        or  --rtu-over-tcp HOST[:PORT]  (RTU frames over TCP, as gateways forward them)\n";
 
 constexpr char kSummary[] = "Modbus TCP and RTU master, slave and structure poller on the command line";
 

@@ -27,6 +27,17 @@ bool WriteFile(const std::string& path, const std::vector<uint8_t>& bytes) {
 
 bool IsFrameLine(const std::string& line) { return line.rfind("TX: ", 0) == 0 || line.rfind("RX: ", 0) == 0; }
 
+bool ConnectRtuOverTcp(ModbusClient& connection, const ModbusStructure& structure, ModbusClient::LogCallback log) {
+    connection.SetLogCallback(std::move(log));
+    ConnectionConfig config;
+    config.transport = kTransportRtuOverTcp;
+    config.role = 0;
+    config.ipAddress = structure.ip;
+    config.port = structure.port;
+    config.unitId = structure.unitId;
+    return connection.Connect(config);
+}
+
 // The MQTT side of a session: the connection to the broker and what the structure publishes on it.
 struct SessionBridge {
     std::unique_ptr<MqttConnection> connection;
@@ -101,6 +112,16 @@ int RunPollSession(StructureStore& store, const PollSessionOptions& options) {
         if (options.afterCycle) options.afterCycle(cycle);
     };
 
+    // A structure whose device speaks RTU over TCP is connected that way here; structure polling
+    // then uses the connection as it finds it. (The window's polling frames Modbus TCP whatever the
+    // flag says.)
+    if (structure && structure->rtuOverTcp && !structure->details.empty() &&
+        !ConnectRtuOverTcp(connection, *structure, log)) {
+        std::fprintf(stderr, "kestrel-cli: %s\n", StructurePollStartMessage(StructurePollStart::ConnectionFailed).c_str());
+        connection.SetLogCallback(nullptr);
+        if (bridge.connection) bridge.connection->Stop(5000);
+        return 1;
+    }
     const StructurePollStart start = StartStructurePolling(polling, options.structureId, options.intervalMs, log, handOff);
     if (start != StructurePollStart::Started) {
         std::fprintf(stderr, "kestrel-cli: %s\n", StructurePollStartMessage(start).c_str());

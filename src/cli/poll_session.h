@@ -1,7 +1,8 @@
 #pragma once
 // Structure polling on the command line, shared by `poll` and `demo`: polls one structure of a
 // store exactly as the Structures page does, prints what its "Live Values" box would show and the
-// alarm events as they are raised, and writes the recording and the trace when asked.
+// alarm events as they are raised, and writes the recording and the trace when asked. A structure
+// with its rtuOverTcp flag set is polled with RTU frames over TCP.
 #include <cstdint>
 #include <functional>
 #include <optional>

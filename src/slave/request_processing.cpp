@@ -119,7 +119,8 @@ void ModbusClient::ProcessRequest(const Modbus::Bytes& frame, SOCKET client) {
         ~Answering() { slot = nullptr; }
     } answering{requestBeingAnswered = &frame};
     Request request;
-    if (!DecodeFrame(frame, client != INVALID_SOCKET, request)) return;
+    // A frame from an accepted socket is MBAP-framed, except on the RTU-over-TCP slave.
+    if (!DecodeFrame(frame, client != INVALID_SOCKET && !IsRtuOverTcp(), request)) return;
     // Unit 0 is answered like the own unit id, with a response that carries 0.
     if (request.unitId != config.unitId && request.unitId != 0) return;
 
@@ -230,7 +231,12 @@ void ModbusClient::SendResponse(bool isTcp, SOCKET client, uint16_t transactionI
     if (isTcp) {
         TcpSend(client, frame.data(), frame.size());
     } else {
-        RtuSend(frame.data(), frame.size());
+        // The RTU frame goes to the serial line, or to the client socket of the RTU-over-TCP slave.
+        if (client != INVALID_SOCKET) {
+            TcpSend(client, frame.data(), frame.size());
+        } else {
+            RtuSend(frame.data(), frame.size());
+        }
     }
 }
 
