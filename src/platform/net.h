@@ -47,6 +47,9 @@ bool IsTimeoutError(int error);
 
 // Closes the socket and breaks any call blocked on it in another thread.
 void CloseSocket(SOCKET s);
+// Ends both directions of the connection but keeps the socket open: the peer sees the connection
+// closed, and the owner's next receive returns 0 before it closes the socket itself.
+void ShutdownSocket(SOCKET s);
 
 // Breaks a call blocked on the socket in another thread. POSIX: shuts the socket down and keeps the
 // descriptor, so its number cannot be handed out again while the blocked thread still uses it; the

@@ -135,6 +135,10 @@ void CloseSocket(SOCKET s) {
     close(s);
 }
 
+void ShutdownSocket(SOCKET s) {
+    if (s != INVALID_SOCKET) shutdown(s, SHUT_RDWR);
+}
+
 bool InterruptSocket(SOCKET s) {
     if (s != INVALID_SOCKET) shutdown(s, SHUT_RDWR);
     return false;
