@@ -31,6 +31,10 @@ class MqttBridge : public testing::Test {
 protected:
     void SetUp() override {
         dir = MakeTempDir();
+        // Set before the slave's thread starts, which reads them.
+        slave.exceptionInjectionEnabled = true;
+        slave.exceptionInjectionFrom = 30;
+        slave.exceptionInjectionTo = 30;
         ConnectionConfig config;
         config.role = 1;
         config.port = 0;
@@ -41,9 +45,6 @@ protected:
         image.SetHoldingRegisters(7, {0xFFFF, 0xFFFF, 0xFFFF, 0xFFFF, 0x0020, 0x0000, 0x0000, 0x0001});
         image.SetHoldingRegisters(15, {0x4148, 0x0000, 0x3FF4, 0x0000, 0x0000, 0x0000});
         image.SetHoldingRegisters(21, {0x4142, 0x4322, 0x0000, 0xDEAD, 0x0001});
-        slave.exceptionInjectionEnabled = true;
-        slave.exceptionInjectionFrom = 30;
-        slave.exceptionInjectionTo = 30;
 
         ModbusStructure s;
         s.name = "Anlage 1";
