@@ -157,6 +157,18 @@ TEST_F(MqttBridge, PublishesEveryDataTypeTheInvalidReadTheAlarmAndTheStatus) {
     EXPECT_TRUE(late.WaitFor("1 " + kBase + "status offline\n", 5000)) << late.child->Stdout();
 }
 
+TEST_F(MqttBridge, Qos2DeliversEveryValueOnce) {
+    Broker broker(dir, "allow_anonymous true\n");
+    Subscriber sub(broker, "werk/#");
+    ASSERT_TRUE(sub.WaitSubscribed("werk/probe"));
+    const CommandResult r = Cli(PollArgs(broker, {"--cycles", "3", "--mqtt-qos", "2"}));
+    ASSERT_EQ(r.exitCode, 0) << r.err;
+    ASSERT_TRUE(sub.WaitFor(kBase + "status offline"));
+    // 3 cycles of 13 details, the alarm once, online and offline.
+    EXPECT_EQ(sub.Messages().size(), 3u * 13u + 1u + 2u) << sub.child->Stdout();
+    EXPECT_EQ(sub.PayloadsOf(kBase + "Float32").size(), 3u);
+}
+
 TEST_F(MqttBridge, LastWillSaysOfflineWhenTheBridgeIsKilled) {
     Broker broker(dir, "allow_anonymous true\n");
     Subscriber sub(broker, kBase + "status/#");
