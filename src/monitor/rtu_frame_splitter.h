@@ -12,6 +12,7 @@
 //      where a plausible frame (unit id 0..247, a known function code) begins. 08 and 2B frames
 //      may contain visible silences (a pause inside a frame); frames of codes we do not know at
 //      all may not, so that noise which looks like such a code is given up at the first silence.
+//      When no such end turns up (noise right behind the frame), the shortest right CRC is taken.
 //   No frame starts at a unit id above 247 or at function code 0.
 //   3. Bad CRC: when no length is right and the bytes start with a plausible unit id and function
 //      code, a length of the rule that ends at a visible silence or exactly where a good frame
