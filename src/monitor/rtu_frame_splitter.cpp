@@ -119,9 +119,11 @@ RtuFrameSplitter::Match RtuFrameSplitter::MatchByCrcAlone(size_t at, bool tailQu
     const size_t available = bytes_.size() - at;
     const size_t longest = std::min(available, kMaximumRtuFrame);
     const uint8_t code = bytes_[at + 1] & 0x7F;
-    const bool spansSilences = code == 8 || code == 43;
-    // The CRC register over a frame and its own CRC (low byte first) ends at zero, so one pass
-    // checks every length.
+    // 08 and 2B are ordinary codes whose length we cannot tell: found anywhere, pauses inside allowed
+    // (a USB adapter hands bytes over in slices). A code we do not know at all is believed only
+    // between two silences: in a stream without gaps, random bytes would pass a CRC too often.
+    const bool ordinary = code == 8 || code == 43;
+    if (!ordinary && !silenceBefore_[at]) return {Outcome::None, 0};
     // A right CRC followed by something that is no frame (noise) is kept: it is the frame when no
     // better end turns up.
     size_t firstRight = 0;
@@ -135,12 +137,11 @@ RtuFrameSplitter::Match RtuFrameSplitter::MatchByCrcAlone(size_t at, bool tailQu
         const size_t end = at + length;
         if (length >= kMinimumRtuFrame && crc == 0) {
             if (end == bytes_.size()) return {tailQuiet ? Outcome::Good : Outcome::Incomplete, length};
-            if (silenceBefore_[end] || PlausibleStartAt(end)) return {Outcome::Good, length};
-            if (firstRight == 0) firstRight = length;
+            if (silenceBefore_[end]) return {Outcome::Good, length};
+            if (ordinary && PlausibleStartAt(end)) return {Outcome::Good, length};
+            if (ordinary && firstRight == 0) firstRight = length;
         }
-        // 08 and 2B frames may hold pauses (a USB adapter hands bytes over in slices); a code we do
-        // not know is taken only in one piece, so noise that looks like one is given up at once.
-        if (!spansSilences && SilenceAt(end, tailQuiet)) return giveUp();
+        if (!ordinary && SilenceAt(end, tailQuiet)) return {Outcome::None, 0};
     }
     if (firstRight != 0 && (tailQuiet || available >= kMaximumRtuFrame)) return {Outcome::Good, firstRight};
     if (available < kMaximumRtuFrame && !tailDone) return {Outcome::Incomplete, 0};

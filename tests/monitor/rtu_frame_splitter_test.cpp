@@ -176,6 +176,19 @@ TEST_F(Splitter, Fc08And2BAreRecoveredByCrcAloneEvenBackToBack) {
     EXPECT_EQ(Good(), frames);
 }
 
+TEST_F(Splitter, ACodeWeDoNotKnowIsAFrameOnlyBetweenSilences) {
+    const Bytes vendor = Frame({5, 0x41, 1, 2, 3});
+    const Bytes next = Frame({1, 3, 0, 0, 0, 2});
+    Read(vendor, 0);
+    Read(next, 20000);
+    // Glued to a frame in front of it, the same bytes are noise.
+    Read(Join({next, vendor}), 40000);
+    End();
+    ASSERT_EQ(seen.size(), 3u);
+    EXPECT_EQ(Good(), (std::vector<Bytes>{vendor, next, next}));
+    EXPECT_EQ(splitter.NoiseBytes(), vendor.size());
+}
+
 TEST_F(Splitter, ACrcAloneFrameAtTheEndWaitsForTheSilence) {
     const Bytes frame = Frame({2, 8, 0, 0, 0xA5, 0x37});
     Read(frame, 0);
