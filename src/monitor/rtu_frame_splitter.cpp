@@ -79,6 +79,8 @@ bool RtuFrameSplitter::Decide(bool tailQuiet, bool tailDone, SplitFrame& frame) 
 
 RtuFrameSplitter::Match RtuFrameSplitter::MatchAt(size_t at, bool tailQuiet, bool tailDone) const {
     const size_t available = bytes_.size() - at;
+    // Nothing there yet (a rule length that ends at the end of the data).
+    if (available == 0) return {tailDone ? Outcome::None : Outcome::Incomplete, 0};
     // Unit ids above 247 are reserved and function code 0 does not exist: no frame starts there.
     if (!IsPlausibleUnitId(bytes_[at])) return {Outcome::None, 0};
     if (available < 2) return {tailDone ? Outcome::None : Outcome::Incomplete, 0};

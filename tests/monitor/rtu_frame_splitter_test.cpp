@@ -133,6 +133,16 @@ TEST_F(Splitter, ABadCrcFrameEndingAtASilenceIsReportedWithItsBytes) {
     EXPECT_EQ(splitter.NoiseBytes(), 0u);
 }
 
+TEST_F(Splitter, ABadCrcFrameAtTheEndOfTheDataWaitsForTheSilenceAfterIt) {
+    const Bytes bad = WithBadCrc(Frame({1, 3, 4, 0, 10, 0, 20}));
+    Read(bad, 0);
+    EXPECT_TRUE(seen.empty());
+    DecideAt(kSilenceUs);
+    ASSERT_EQ(seen.size(), 1u);
+    EXPECT_EQ(seen[0].bytes, bad);
+    EXPECT_FALSE(seen[0].crcOk);
+}
+
 TEST_F(Splitter, ABadCrcFrameRightBeforeAGoodFrameIsReportedToo) {
     const Bytes bad = WithBadCrc(Frame({1, 3, 4, 0, 10, 0, 20}));
     const Bytes next = Frame({1, 6, 0, 1, 0, 3});
