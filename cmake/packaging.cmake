@@ -24,13 +24,33 @@ set(CPACK_PACKAGE_EXECUTABLES "Kestrel;Kestrel")
 set(CPACK_NSIS_EXECUTABLES_DIRECTORY ".")
 set(CPACK_NSIS_DISPLAY_NAME "Kestrel")
 set(CPACK_NSIS_PACKAGE_NAME "Kestrel")
+# The Add/Remove Programs entry: display name, version and publisher (the vendor), the uninstall
+# command, and the icon of the installed Kestrel.exe (its icon resource).
 set(CPACK_NSIS_INSTALLED_ICON_NAME "Kestrel.exe")
+# The installer and the uninstaller show the application icon too.
+set(CPACK_NSIS_MUI_ICON "${PROJECT_SOURCE_DIR}/res/kestrel.ico")
+set(CPACK_NSIS_MUI_UNIICON "${PROJECT_SOURCE_DIR}/res/kestrel.ico")
+# The entry's estimated size (in KB) is what the installation folder holds once everything is in.
+# (These commands pass through CPackConfig.cmake, hence the doubled escapes.)
+set(CPACK_NSIS_EXTRA_INSTALL_COMMANDS "
+  \\\${GetSize} \\\"$INSTDIR\\\" \\\"/S=0K\\\" $0 $1 $2
+  IntFmt $0 \\\"0x%08X\\\" $0
+  WriteRegDWORD SHCTX \\\"Software\\\\Microsoft\\\\Windows\\\\CurrentVersion\\\\Uninstall\\\\Kestrel\\\" \\\"EstimatedSize\\\" \\\"$0\\\"
+")
+# The installer keeps the installation folder under Software\<vendor>\Kestrel; the uninstaller
+# removes that key and then the vendor's key, which is ours alone and empty by then.
+set(CPACK_NSIS_EXTRA_UNINSTALL_COMMANDS "
+  DeleteRegKey SHCTX \\\"Software\\\\Kestrel developers\\\\Kestrel\\\"
+  DeleteRegKey /ifempty SHCTX \\\"Software\\\\Kestrel developers\\\"
+")
 set(CPACK_NSIS_ENABLE_UNINSTALL_BEFORE_INSTALL ON)
 set(CPACK_NSIS_MODIFY_PATH OFF)
 set(CPACK_NSIS_MUI_FINISHPAGE_RUN "Kestrel.exe")
 # A 64-bit installer for the 64-bit programs, installing under "Program Files" (not "(x86)"); it
 # also runs where only 64-bit Windows programs can run (a 64-bit-only Wine).
-set(CPACK_NSIS_DEFINES "Target amd64-unicode")
+# FileFunc.nsh brings GetSize for the estimated size.
+set(CPACK_NSIS_DEFINES "Target amd64-unicode
+  !include FileFunc.nsh")
 set(CPACK_NSIS_INSTALL_ROOT "$PROGRAMFILES64")
 
 include(CPack)

@@ -10,14 +10,21 @@
 #   4 polling  1,000 UINT16 details through the polling engine vs bare FC03 reads
 #   5 RTU      over a pseudo-terminal pair (socat) against a libmodbus RTU server
 #   6 memory   trace log over 1,000,000 transactions, bytes per recording entry, slave churn
-#   8 monitor  the bus monitor's frame recovery on a continuous stream without any gap (the worst
-#              case for a silence-based splitter): frames recovered per second, the share recovered
-#              exactly and CPU per frame, in-process (also with a noise byte every 10 frames) and
-#              through kestrel-cli monitor listening on a pty that a burst is written to
 #   7 window   the real main window under Wine (its own Xvfb, tools/wine-gui-run.sh): 100,000 lines
 #              appended to the protocol log, the first 1,000 appends against the last 1,000, and a
 #              Diagnostics refresh with the trace log at its cap of 10,000 frames. Needs the Windows
 #              build (cmake --preset windows, in build/windows) and Wine; without them the row says so.
+#   8 RTU over TCP  our master (FC03 x 10) against our RTU-over-TCP slave and against pymodbus's
+#              RTU-over-TCP server, with a pymodbus RTU-over-TCP client on the same servers as reference
+#   9 scanner  kestrel-cli scan of 247 ids at a gateway with 3 devices (tools/peers/test_gateway.py):
+#              absent ids answered with exception 0x0B, and absent ids silent (time-out bound, at
+#              --timeout BENCH_SCAN_TIMEOUT ms, default 20); requests and time to map 10,000 registers
+#              with five refused addresses, against 10,000 single-register reads (address by address);
+#              times are the wall time of each kestrel-cli run
+#  10 monitor  the bus monitor's frame recovery on a continuous stream without any gap (the worst
+#              case for a silence-based splitter): frames recovered per second, the share recovered
+#              exactly and CPU per frame, in-process (also with a noise byte every 10 frames) and
+#              through kestrel-cli monitor listening on a pty that a burst is written to
 # Rows 1 and 2 also show the floor: a client and a server that make only the two system calls a
 # transaction needs and nothing else; their ratio against libmodbus is the most any master or
 # slave can reach on this machine.
@@ -50,13 +57,14 @@ window_rounds=${BENCH_WINDOW_ROUNDS:-1}
 window_seconds=${BENCH_WINDOW_SECONDS:-60}
 monitor_frames=${BENCH_MONITOR_FRAMES:-1000000}
 monitor_pty_frames=${BENCH_MONITOR_PTY_FRAMES:-100000}
+scan_timeout=${BENCH_SCAN_TIMEOUT:-20}
 started=$(date +%s)
 
 bash tools/setup.sh >/dev/null
 cmake --preset linux-release -B "$build" -DKESTREL_BUILD_TESTS=OFF >/dev/null
 cmake --build "$build" -j2 --target kestrel-cli kestrel_bench_master kestrel_bench_slave kestrel_bench_polling \
   kestrel_bench_memory kestrel_bench_trace_memory kestrel_bench_raw_peer kestrel_bench_libmodbus_master \
-  kestrel_bench_libmodbus_server kestrel_bench_monitor >/dev/null
+  kestrel_bench_libmodbus_server kestrel_bench_rtu_over_tcp kestrel_bench_monitor >/dev/null
 bin="$root/$build/bench"
 cli="$root/$build/src/cli/kestrel-cli"
 
@@ -195,6 +203,49 @@ if command -v socat >/dev/null 2>&1; then
   done
 fi
 
+# --- 8: RTU over TCP: our master and a pymodbus client, each against our slave and pymodbus ---
+python=/usr/bin/python3
+rot_ok=0
+if "$python" -c 'import pymodbus.server' 2>/dev/null; then
+  timeout 300 "${pin[@]}" "$cli" --lang en slave --rtu-over-tcp-port 0 --holding "0=$holding" >/dev/null 2>"$work/rot-slave.err" &
+  pids+=($!)
+  for _ in $(seq 1 100); do grep -q 'listening on port' "$work/rot-slave.err" && break; sleep 0.05; done
+  rot_kes_port=$(sed -n 's/.*listening on port \([0-9]*\).*/\1/p' "$work/rot-slave.err")
+  rot_py_port=$("$python" -c 'import socket; s = socket.socket(); s.bind(("127.0.0.1", 0)); print(s.getsockname()[1])')
+  timeout 300 "${pin[@]}" "$python" "$root/tools/peers/pymodbus_server.py" --rtu-over-tcp "$rot_py_port" >/dev/null 2>&1 &
+  pids+=($!)
+  for _ in $(seq 1 200); do "$python" -c "import socket; socket.create_connection(('127.0.0.1', $rot_py_port), 0.2)" 2>/dev/null && break; sleep 0.05; done
+  rot_ok=1
+  for _ in $(seq 1 "$rounds"); do
+    tps "$bin/kestrel_bench_rtu_over_tcp" 127.0.0.1 "$rot_kes_port" "$seconds" >>"$work/rot-kes-kes" || rot_ok=0
+    tps "$python" "$root/bench/pymodbus_rtu_over_tcp_client.py" "$rot_kes_port" "$seconds" >>"$work/rot-py-kes" || rot_ok=0
+    tps "$bin/kestrel_bench_rtu_over_tcp" 127.0.0.1 "$rot_py_port" "$seconds" >>"$work/rot-kes-py" || rot_ok=0
+    tps "$python" "$root/bench/pymodbus_rtu_over_tcp_client.py" "$rot_py_port" "$seconds" >>"$work/rot-py-py" || rot_ok=0
+  done
+fi
+
+# --- 9: the scanner against the test gateway (one run each: the figures are times and counts) ---
+gateway() {
+  local name=$1; shift
+  timeout 120 "${pin[@]}" "$python" "$root/tools/peers/test_gateway.py" --port-file "$work/$name.port" --lifetime 120 "$@" \
+    >/dev/null 2>&1 &
+  pids+=($!)
+  wait_port "$work/$name.port"
+}
+requests_of() { sed -n 's/.*scan: \([0-9]*\) requests in.*/\1/p' "$1" | tail -1; }
+gw_answer=$(gateway gw-answer --tcp 0 --device 3 --device 90 --device "200:refuse=17,500,4321,9000,9001")
+gw_silent=$(gateway gw-silent --tcp 0 --silent-absent --device 3 --device 90 --device 200)
+# Wall time of a command, in seconds with two decimals.
+timed() { local t0; t0=$(now_ns); "$@"; awk -v a="$t0" -v b="$(now_ns)" 'BEGIN { printf "%.2f", (b - a) / 1e9 }'; }
+answer_s=$(timed timeout 120 "${pin[@]}" "$cli" --lang en scan --tcp "127.0.0.1:$gw_answer" --format csv \
+  >"$work/scan-answer.csv" 2>"$work/scan-answer.err")
+silent_s=$(timed timeout 120 "${pin[@]}" "$cli" --lang en scan --tcp "127.0.0.1:$gw_silent" --timeout "$scan_timeout" \
+  --format csv >"$work/scan-silent.csv" 2>"$work/scan-silent.err")
+map_s=$(timed timeout 120 "${pin[@]}" "$cli" --lang en scan --tcp "127.0.0.1:$gw_answer" --unit 200 --registers 0-9999 \
+  --format csv >"$work/scan-map.csv" 2>"$work/scan-map.err")
+single_s=$(timed timeout 120 "${pin[@]}" "$cli" --lang en read --tcp "127.0.0.1:$gw_answer" --unit 200 --fc 3 --address 0 \
+  --count 1 --repeat 10000 >/dev/null 2>&1)
+
 # --- 6: memory ---
 timeout 300 "${pin[@]}" "$bin/kestrel_bench_memory" trace 127.0.0.1 "$lib_port" "$trace_n" >"$work/mem-trace"
 "$bin/kestrel_bench_memory" recording 100000 >"$work/mem-recording"
@@ -202,7 +253,7 @@ timeout 300 "${pin[@]}" "$bin/kestrel_bench_memory" churn "$churn" >"$work/mem-c
 "$bin/kestrel_bench_trace_memory" per-frame >"$work/mem-frame"
 "$bin/kestrel_bench_trace_memory" rss 1000000 1000000 >"$work/rss-uncapped"
 
-# --- 8: the bus monitor on a gapless stream ---
+# --- 10: the bus monitor on a gapless stream ---
 for _ in $(seq 1 "$rounds"); do
   "${pin[@]}" "$bin/kestrel_bench_monitor" splitter "$monitor_frames" 0 >"$work/mon-run"
   for k in frames_per_s exact_share_percent cpu_ns_per_frame; do val "$k" "$work/mon-run" >>"$work/mon-clean-$k"; done
@@ -319,21 +370,6 @@ row "6 slave RSS, KiB, before/after $churn connect+close" \
   "$(val churn_rss_kb_before "$work/mem-churn") / $(val churn_rss_kb_after "$work/mem-churn")" "" ""
 row "6   open descriptors before/after" \
   "$(val churn_fds_before "$work/mem-churn") / $(val churn_fds_after "$work/mem-churn")" "" ""
-mfig() { echo "$(fmt "$(median <"$1")") [$(spread "$1")]"; }
-row "8 monitor, gapless stream, frames recovered/s" "$(mfig "$work/mon-clean-frames_per_s")" "" ""
-row "8   recovered exactly, %" "$(mfig "$work/mon-clean-exact_share_percent")" "" ""
-row "8   CPU per frame, ns" "$(mfig "$work/mon-clean-cpu_ns_per_frame")" "" ""
-row "8   noise byte every 10 frames: frames/s" "$(mfig "$work/mon-noise-frames_per_s")" "" ""
-row "8   ... recovered exactly, %; noise bytes counted" \
-  "$(fmt "$(median <"$work/mon-noise-exact_share_percent")"); $(median <"$work/mon-noise-noise_bytes")" "" ""
-row "8   ... CPU per frame, ns" "$(mfig "$work/mon-noise-cpu_ns_per_frame")" "" ""
-if [ "$monitor_pty_ok" = 1 ]; then
-  row "8 kestrel-cli monitor on a pty, $monitor_pty_frames frames, /s" "$(mfig "$work/mon-pty-fps")" "" ""
-  row "8   recovered exactly, %" "$(mfig "$work/mon-pty-exact")" "" ""
-  row "8   CPU per frame (the process, with CSV), us" "$(mfig "$work/mon-pty-cpu")" "" ""
-else
-  row "8 kestrel-cli monitor on a pty" "not run (socat missing)" "" ""
-fi
 if [ -n "$window_status" ]; then
   row "7 window (under Wine)" "$window_status" "" ""
 else
@@ -355,6 +391,35 @@ else
     "$(wfig refresh_ms)" "" ""
   row "7   with the paint that follows, ms" \
     "$(wfig refresh_paint_ms)" "" ""
+fi
+if [ "$rot_ok" = 1 ]; then
+  compare_row "8 RTU over TCP FC03 x 10, our slave, tps (vs pymodbus)" "$work/rot-kes-kes" "$work/rot-py-kes"
+  compare_row "8 RTU over TCP FC03 x 10, pymodbus server, tps" "$work/rot-kes-py" "$work/rot-py-py"
+else
+  row "8 RTU over TCP" "not run (pymodbus missing or a run failed)" "" ""
+fi
+row "9 scan 247 ids, 3 devices, 0x0B for the rest, s" "$answer_s" "" ""
+row "9   found (answering)" "$(grep -c ';answering;' "$work/scan-answer.csv" || true)" "" ""
+row "9 scan 247 ids, 3 devices, rest silent, s" "$silent_s" "(244 x $scan_timeout ms)" ""
+row "9   found (answering)" "$(grep -c ';answering;' "$work/scan-silent.csv" || true)" "" ""
+row "9 map 0-9999, 5 refused: requests / s" \
+  "$(requests_of "$work/scan-map.err") / $map_s" "10000 / $single_s" \
+  "$(ratio "$(requests_of "$work/scan-map.err")" 10000)"
+row "9   ranges found" "$(($(wc -l <"$work/scan-map.csv") - 1))" "" ""
+mfig() { echo "$(fmt "$(median <"$1")") [$(spread "$1")]"; }
+row "10 monitor, gapless stream, frames recovered/s" "$(mfig "$work/mon-clean-frames_per_s")" "" ""
+row "10   recovered exactly, %" "$(mfig "$work/mon-clean-exact_share_percent")" "" ""
+row "10   CPU per frame, ns" "$(mfig "$work/mon-clean-cpu_ns_per_frame")" "" ""
+row "10   noise byte every 10 frames: frames/s" "$(mfig "$work/mon-noise-frames_per_s")" "" ""
+row "10   ... recovered exactly, %; noise bytes counted" \
+  "$(fmt "$(median <"$work/mon-noise-exact_share_percent")"); $(median <"$work/mon-noise-noise_bytes")" "" ""
+row "10   ... CPU per frame, ns" "$(mfig "$work/mon-noise-cpu_ns_per_frame")" "" ""
+if [ "$monitor_pty_ok" = 1 ]; then
+  row "10 kestrel-cli monitor on a pty, $monitor_pty_frames frames, /s" "$(mfig "$work/mon-pty-fps")" "" ""
+  row "10   recovered exactly, %" "$(mfig "$work/mon-pty-exact")" "" ""
+  row "10   CPU per frame (the process, with CSV), us" "$(mfig "$work/mon-pty-cpu")" "" ""
+else
+  row "10 kestrel-cli monitor on a pty" "not run (socat missing)" "" ""
 fi
 echo | tee -a "$table"
 echo "Total time $(( $(date +%s) - started )) s." | tee -a "$table"

@@ -5,6 +5,7 @@
 #include <filesystem>
 
 #include "cli/command.h"
+#include "cli/mqtt_options.h"
 #include "cli/demo_simulator.h"
 #include "cli/poll_session.h"
 #include "model/demo_structure.h"
@@ -50,9 +51,15 @@ bool StartDemoSlave(ModbusClient& slave) {
 int RunDemo(std::vector<std::string>& args) {
     const auto cycles = TakeOption(args, "--cycles");
     const auto interval = TakeOption(args, "--interval");
+    PollSessionOptions options;
+    try {
+        options.mqtt = TakeMqttOptions(args);
+    } catch (const UnreadableFile& error) {
+        std::fprintf(stderr, "kestrel-cli: %s\n", error.what());
+        return 1;
+    }
     RejectUnknownOptions(args);
     if (!args.empty()) throw UsageError("unexpected argument '" + args.front() + "'");
-    PollSessionOptions options;
     options.intervalMs = PollIntervalFromText(interval.value_or(kDefaultDemoInterval));
     if (options.intervalMs > kLongestDemoInterval) {
         throw UsageError("--interval must be at most " + std::to_string(kLongestDemoInterval) +
@@ -90,18 +97,22 @@ int RunDemo(std::vector<std::string>& args) {
 }  // namespace
 
 // What `kestrel-cli demo --help` prints after the usage (and the manual page shows).
-constexpr char kDemoHelp[] =
+const std::string kDemoHelp = std::string(
     "Serves the demo device with lively values from a slave on port 1502 and polls it like the Structures\n"
     "page, from a temporary structures file (yours is never touched). Prints like poll, a blank line after\n"
     "each cycle.\n"
     "\n"
     "Options:\n"
     "  --cycles N             stop after N cycles; default: run until Ctrl-C or SIGTERM\n"
-    "  --interval MS          the poll interval, 100 to 400 ms (a silent client is dropped at 500 ms); default 250\n"
+    "  --interval MS          the poll interval, 100 to 400 ms (a silent client is dropped at 500 ms); default 250\n") +
+    kMqttHelp +
     "Example:\n"
-    "  kestrel-cli --lang en demo --cycles 3\n";
+    "  kestrel-cli --lang en demo --cycles 3\n"
+    "  kestrel-cli --lang en demo --mqtt --mqtt-broker tcp://127.0.0.1:1883 --mqtt-prefix demo\n";
 
-KESTREL_CLI_COMMAND(demo, "demo", "  kestrel-cli [--lang en|de] demo [--cycles N] [--interval MS]\n", kDemoHelp,
-                    RunDemo);
+const std::string kDemoUsage =
+    std::string("  kestrel-cli [--lang en|de] demo [--cycles N] [--interval MS]\n") + kMqttUsage;
+
+KESTREL_CLI_COMMAND(demo, "demo", kDemoUsage.c_str(), kDemoHelp.c_str(), RunDemo);
 
 }  // namespace cli

@@ -3,6 +3,7 @@
 #include <cstdio>
 
 #include "cli/command.h"
+#include "cli/mqtt_options.h"
 #include "cli/poll_session.h"
 #include "cli/store_loading.h"
 #include "polling/structure_polling.h"
@@ -19,6 +20,12 @@ int RunPoll(std::vector<std::string>& args) {
     PollSessionOptions options;
     options.csvPath = TakeOption(args, "--record");
     options.pcapPath = TakeOption(args, "--pcap");
+    try {
+        options.mqtt = TakeMqttOptions(args);
+    } catch (const UnreadableFile& error) {
+        std::fprintf(stderr, "kestrel-cli: %s\n", error.what());
+        return 1;
+    }
     RejectUnknownOptions(args);
     if (!args.empty()) throw UsageError("unexpected argument '" + args.front() + "'");
     if (id.has_value() == name.has_value()) throw UsageError("poll needs either --id N or --name NAME");
@@ -49,7 +56,7 @@ int RunPoll(std::vector<std::string>& args) {
 }  // namespace
 
 // What `kestrel-cli poll --help` prints after the usage (and the manual page shows).
-constexpr char kPollHelp[] =
+const std::string kPollHelp = std::string(
     "Polls one structure of the structures file as the window's Structures page does, until --cycles or\n"
     "Ctrl-C. Each cycle prints a line \"name: value\" per detail (\"name: [Fehler]\" when its read failed);\n"
     "alarm events print as they are raised (\"[HH:MM:SS] type | detail | message\"); the log goes to stderr.\n"
@@ -61,13 +68,16 @@ constexpr char kPollHelp[] =
     "  --interval MS          milliseconds from the start of one cycle to the next; below 100 is 100; default 1000\n"
     "  --cycles N             stop after N cycles; default: poll until Ctrl-C or SIGTERM\n"
     "  --record FILE.csv      write the recorded values to FILE.csv at the end; default: no recording\n"
-    "  --pcap FILE.pcap       write the traffic as a capture for Wireshark to FILE.pcap at the end; default: none\n"
+    "  --pcap FILE.pcap       write the traffic as a capture for Wireshark to FILE.pcap at the end; default: none\n") +
+    kMqttHelp +
     "Example:\n"
-    "  kestrel-cli poll --file plant.json --name Demo-Geraet --interval 250 --cycles 4 --record values.csv\n";
+    "  kestrel-cli poll --file plant.json --name Demo-Geraet --interval 250 --cycles 4 --record values.csv\n"
+    "  kestrel-cli poll --file plant.json --name Demo-Geraet --mqtt --mqtt-broker tcp://127.0.0.1:1883 --mqtt-qos 1\n";
 
-KESTREL_CLI_COMMAND(poll, "poll",
-                    "  kestrel-cli [--lang en|de] poll [--file F] (--id N | --name NAME) [--interval MS] [--cycles N] "
-                    "[--record FILE.csv] [--pcap FILE.pcap]\n", kPollHelp,
-                    RunPoll);
+const std::string kPollUsage = std::string(
+    "  kestrel-cli [--lang en|de] poll [--file F] (--id N | --name NAME) [--interval MS] [--cycles N] "
+    "[--record FILE.csv] [--pcap FILE.pcap]\n") + kMqttUsage;
+
+KESTREL_CLI_COMMAND(poll, "poll", kPollUsage.c_str(), kPollHelp.c_str(), RunPoll);
 
 }  // namespace cli

@@ -60,17 +60,22 @@ ConnectionConfig TakeMasterConnection(std::vector<std::string>& args) {
     config.role = 0;
     const auto tcp = TakeOption(args, "--tcp");
     const auto rtu = TakeOption(args, "--rtu");
+    const auto rtuOverTcp = TakeOption(args, "--rtu-over-tcp");
+    if (rtuOverTcp && (tcp || rtu)) throw UsageError("give only one of --tcp, --rtu and --rtu-over-tcp");
     if (tcp && rtu) throw UsageError("give either --tcp or --rtu, not both");
-    if (!tcp && !rtu) throw UsageError("a connection is needed: --tcp HOST[:PORT] or --rtu DEVICE");
-    if (tcp) {
-        config.transport = 0;
+    if (!tcp && !rtu && !rtuOverTcp) throw UsageError("a connection is needed: --tcp HOST[:PORT] or --rtu DEVICE");
+    if (tcp || rtuOverTcp) {
+        config.transport = tcp ? kTransportTcp : kTransportRtuOverTcp;
         config.port = 502;
-        ParseTcpEndpoint(*tcp, config);
+        ParseTcpEndpoint(tcp ? *tcp : *rtuOverTcp, config);
         for (const char* serialOnly : {"--baud", "--parity", "--stop-bits"}) {
-            if (TakeOption(args, serialOnly)) throw UsageError(std::string(serialOnly) + " belongs to --rtu");
+            if (TakeOption(args, serialOnly)) {
+                // The line settings of a gateway's serial side are the gateway's, not ours.
+                throw UsageError(std::string(serialOnly) + " belongs to --rtu");
+            }
         }
     } else {
-        config.transport = 1;
+        config.transport = kTransportRtu;
         config.serialPort = *rtu;
         TakeSerialLineOptions(args, config);
     }

@@ -1,6 +1,6 @@
 #pragma once
 // The CONN part of the master commands:  --tcp HOST[:PORT]  or  --rtu DEVICE [--baud N]
-// [--parity N|E|O] [--stop-bits 1|2].
+// [--parity N|E|O] [--stop-bits 1|2]  or  --rtu-over-tcp HOST[:PORT] (RTU frames over TCP).
 #include <string>
 #include <vector>
 
@@ -12,12 +12,13 @@
     "  --rtu DEVICE           Modbus RTU on a serial port (/dev/ttyUSB0, COM3), 8 data bits\n" \
     "  --baud N               with --rtu: the baud rate; default 9600\n" \
     "  --parity N|E|O         with --rtu: no, even or odd parity; default N\n" \
-    "  --stop-bits 1|2        with --rtu: the stop bits; default 1\n"
+    "  --stop-bits 1|2        with --rtu: the stop bits; default 1\n"                                           \
+    "  --rtu-over-tcp HOST[:PORT]  RTU frames over TCP, as serial-to-Ethernet gateways forward them; port 502\n"
 
 namespace cli {
 
 // Takes the connection options out of `args` into a master ConnectionConfig; UsageError when
-// neither or both of --tcp and --rtu are given, or a value is out of range.
+// none or more than one of --tcp, --rtu and --rtu-over-tcp is given, or a value is out of range.
 ConnectionConfig TakeMasterConnection(std::vector<std::string>& args);
 
 // Takes --baud, --parity and --stop-bits into `config` (defaults 9600, N, 1; 8 data bits).

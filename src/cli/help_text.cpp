@@ -7,7 +7,8 @@ namespace cli {
 namespace {
 
 constexpr char kConnectionUsage[] =
-    "CONN is  --tcp HOST[:PORT]  or  --rtu DEVICE [--baud N] [--parity N|E|O] [--stop-bits 1|2]\n";
+    "CONN is  --tcp HOST[:PORT]  or  --rtu DEVICE [--baud N] [--parity N|E|O] [--stop-bits 1|2]\n"
+    "        or  --rtu-over-tcp HOST[:PORT]  (RTU frames over TCP, as gateways forward them)\n";
 
 constexpr char kSummary[] = "Modbus TCP and RTU master, slave and structure poller on the command line";
 
@@ -80,8 +81,9 @@ std::string TaggedParagraph(const std::string& line) {
 }
 
 // A help text in roff. Its lines are: sentences (filled into paragraphs), a blank line (a new
-// paragraph), a heading such as "Options:" at the margin, indented "TERM  meaning" entries, and
-// "Example:" followed by command lines kept exactly as they stand.
+// paragraph), a heading such as "Options:" at the margin, "TERM  meaning" entries indented by two
+// spaces (a line indented further continues the meaning above), and "Example:" followed by command
+// lines kept exactly as they stand.
 std::string HelpInRoff(const std::string& help) {
     std::string out;
     bool example = false;
@@ -95,6 +97,8 @@ std::string HelpInRoff(const std::string& help) {
             example = true;
         } else if (line[0] != ' ' && line.back() == ':') {
             out += ".PP\n" + Roff(line) + "\n";
+        } else if (line.rfind("   ", 0) == 0) {
+            out += Roff(Trimmed(line)) + "\n";  // the description of the entry above, continued
         } else if (line[0] == ' ') {
             out += TaggedParagraph(line);
         } else {

@@ -40,6 +40,9 @@ bool SerialRead(SerialHandle h, uint8_t* data, size_t capacity, size_t& received
 // way is not also read with SerialRead.
 bool SerialReadAvailable(SerialHandle h, uint8_t* data, size_t capacity, uint32_t waitMs, size_t& received);
 void SerialPurge(SerialHandle h, bool receive, bool transmit);
+// Replaces the total read time-out of 1000 ms + 10 ms per requested byte by a fixed one (the 50 ms
+// gap after the last byte stays). For callers that wait less for a silent device (the scanner).
+void SerialSetReadTimeout(SerialHandle h, uint32_t totalMs);
 // Breaks a read pending in another thread at once (CancelIoEx on Windows).
 void SerialCancel(SerialHandle h);
 void SerialClose(SerialHandle h);

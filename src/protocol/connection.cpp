@@ -14,11 +14,16 @@ bool ModbusClient::Connect(const ConnectionConfig& newConfig) {
     if (connected.load()) Disconnect();
     config = newConfig;
     masterReceive = TcpReceiveBuffer{};
-    tracePeerText = config.transport == 0 ? config.ipAddress + ":" + std::to_string(config.port) : config.serialPort;
-    tracePeerAddress = config.transport == 0 ? Modbus::ParseIpv4Address(config.ipAddress) : 0;
+    rtuOverTcpStale = false;
+    const bool socketBased = config.transport == kTransportTcp || config.transport == kTransportRtuOverTcp;
+    tracePeerText = socketBased ? config.ipAddress + ":" + std::to_string(config.port) : config.serialPort;
+    tracePeerAddress = socketBased ? Modbus::ParseIpv4Address(config.ipAddress) : 0;
     bool ok = false;
-    if (config.transport == 0) {
+    if (config.transport == kTransportTcp) {
         ok = config.role == 0 ? ConnectTcpMaster() : StartTcpSlave();
+    } else if (config.transport == kTransportRtuOverTcp) {
+        // The master connects exactly as over TCP; only the framing differs.
+        ok = config.role == 0 ? ConnectTcpMaster() : StartRtuOverTcpSlave();
     } else {
         ok = config.role == 0 ? OpenSerialMaster() : StartRtuSlave();
     }

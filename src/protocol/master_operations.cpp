@@ -59,23 +59,34 @@ std::string ExceptionText(uint8_t fc, uint8_t code) {
 // Every master operation exchanges its request here, so this is where the trace frame of the
 // transaction is made: the wall-clock time of the request, the latency from the monotonic clock and
 // the outcome. The RTU CRC is only noted in the frame; the operation still parses the response.
+// RTU over TCP checks it in its transaction, which then fails.
 bool ModbusClient::Transact(const Bytes& request, Bytes& response) {
     Modbus::TraceFrame frame;
     frame.timestamp = platform::UnixTimeMilliseconds();
     const int64_t started = platform::MonotonicMicroseconds();
-    const bool ok = IsTcp() ? TcpTransaction(request, response) : RtuTransaction(request, response);
+    lastFailure = TransportFailure::None;
+    bool ok = false;
+    if (IsTcp()) {
+        ok = TcpTransaction(request, response);
+    } else if (IsRtuOverTcp()) {
+        ok = RtuOverTcpTransaction(request, response);
+    } else {
+        ok = RtuTransaction(request, response);
+    }
+    if (!ok && lastFailure == TransportFailure::None) lastFailure = TransportFailure::Timeout;
     frame.latencyMs = (platform::MonotonicMicroseconds() - started) / 1000;
 
     frame.sequence = NextTraceSequence();
     frame.isRtu = !IsTcp();
     frame.text = tracePeerText;
-    if (IsTcp()) {
+    if (UsesSocket()) {
         frame.peerAddress = tracePeerAddress;
         frame.peerPort = config.port;
     }
     frame.request = request;
     frame.response = response;
-    frame.isTimeout = !ok;
+    frame.isTimeout = !ok && lastFailure != TransportFailure::CrcError;
+    if (!ok && lastFailure == TransportFailure::CrcError) frame.isCrcError = true;
     if (ok) {
         const size_t at = Modbus::LayoutFor(IsTcp()).functionCode;
         const uint8_t fc = at < request.size() ? request[at] : 0;
@@ -88,6 +99,7 @@ bool ModbusClient::Transact(const Bytes& request, Bytes& response) {
 
 bool ModbusClient::RunOperation(uint8_t unitId, uint8_t functionCode, const Bytes& data, const char* name,
                                 Bytes& response) {
+    lastExceptionCode = 0;
     const Bytes request =
         IsTcp() ? BuildTcpRequest(unitId, functionCode, data) : BuildRtuRequest(unitId, functionCode, data);
     if (!Transact(request, response)) {
@@ -95,6 +107,7 @@ bool ModbusClient::RunOperation(uint8_t unitId, uint8_t functionCode, const Byte
         return false;
     }
     if (IsOperationException(response, functionCode, IsTcp())) {
+        lastExceptionCode = ExceptionCode(response, IsTcp());
         Log(ExceptionText(functionCode, ExceptionCode(response, IsTcp())));
         return false;
     }

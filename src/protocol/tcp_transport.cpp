@@ -13,6 +13,7 @@ Modbus::Bytes ModbusClient::BuildTcpRequest(uint8_t unitId, uint8_t functionCode
 bool ModbusClient::TcpSend(SOCKET s, const uint8_t* data, size_t length) {
     // A partial send is not continued; the 3000 ms send time-out makes one call enough in practice.
     if (platform::Send(s, data, length) < 0) {
+        lastFailure = TransportFailure::ConnectionLost;
         Log(Text("TCP send error: ", "TCP send Fehler: ") + std::to_string(platform::LastSocketError()));
         return false;
     }
@@ -44,7 +45,10 @@ bool ModbusClient::TcpReceive(SOCKET s, TcpReceiveBuffer& buffer, Modbus::Bytes&
             buffer.begin = buffer.end = 0;
             const int got = platform::Recv(s, buffer.data, sizeof buffer.data);
             if (got < 1) {
-                Log(Text("TCP recv error: ", "TCP recv Fehler: ") + std::to_string(platform::LastSocketError()));
+                const int error = platform::LastSocketError();
+                lastFailure = got == 0 || !platform::IsTimeoutError(error) ? TransportFailure::ConnectionLost
+                                                                             : TransportFailure::Timeout;
+                Log(Text("TCP recv error: ", "TCP recv Fehler: ") + std::to_string(error));
                 return false;
             }
             buffer.end = static_cast<size_t>(got);

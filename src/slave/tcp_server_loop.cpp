@@ -32,14 +32,25 @@ bool ModbusClient::StartTcpSlave() {
         return false;
     }
     sockets[1] = s;
-    Log(Text("Slave listening on port ", "Slave lauscht auf Port ") + std::to_string(config.port) + " ...");
+    if (IsRtuOverTcp()) {
+        Log(Text("Slave listening on port ", "Slave lauscht auf Port ") + std::to_string(config.port) +
+            " (RTU over TCP) ...");
+    } else {
+        Log(Text("Slave listening on port ", "Slave lauscht auf Port ") + std::to_string(config.port) + " ...");
+    }
     running.store(true);
     serverThread = std::thread(&ModbusClient::TcpServerLoop, this);
     return true;
 }
 
 void ModbusClient::TcpServerLoop() {
-    Log("Slave TCP thread started.", "Slave TCP-Thread gestartet.");
+    // The RTU-over-TCP slave runs this same loop; only its thread lines and its framing differ.
+    const bool rtuFrames = IsRtuOverTcp();
+    if (rtuFrames) {
+        Log("Slave RTU-over-TCP thread started.", "Slave RTU-over-TCP-Thread gestartet.");
+    } else {
+        Log("Slave TCP thread started.", "Slave TCP-Thread gestartet.");
+    }
     while (running.load()) {
         const SOCKET listenSocket = sockets[1].load();
         std::string peer;
@@ -63,7 +74,11 @@ void ModbusClient::TcpServerLoop() {
         }
         platform::SetReceiveTimeout(client, kClientIdleMs);
         platform::SetNoDelay(client);
-        ServeTcpClient(client);
+        if (rtuFrames) {
+            ServeRtuOverTcpClient(client);
+        } else {
+            ServeTcpClient(client);
+        }
         // Disconnect may have closed the socket already (Windows); whoever takes it out closes it.
         SOCKET open = INVALID_SOCKET;
         {
@@ -73,7 +88,11 @@ void ModbusClient::TcpServerLoop() {
         if (open != INVALID_SOCKET) platform::CloseSocket(open);
         Log("Client disconnected.", "Client getrennt.");
     }
-    Log("Slave TCP thread stopped.", "Slave TCP-Thread beendet.");
+    if (rtuFrames) {
+        Log("Slave RTU-over-TCP thread stopped.", "Slave RTU-over-TCP-Thread beendet.");
+    } else {
+        Log("Slave TCP thread stopped.", "Slave TCP-Thread beendet.");
+    }
 }
 
 void ModbusClient::ServeTcpClient(SOCKET client) {

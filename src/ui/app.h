@@ -27,7 +27,8 @@ struct AppState {
     HINSTANCE instance = nullptr;
     HWND mainWindow = nullptr;
     int language = 0;  // non-zero English, zero German; copied from the settings at start-up
-    HFONT normalFont = nullptr;
+    int dpi = 96;  // the main window's DPI (96 is the design's)
+    HFONT normalFont = nullptr;  // the main window's fonts, at its DPI
     HFONT boldFont = nullptr;
     HWND tabControl = nullptr;
     std::vector<HWND> pageControls[kPageCount];  // each page's controls in creation order

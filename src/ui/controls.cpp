@@ -8,6 +8,7 @@
 #include "common/localizer.h"
 #include "platform/win32/wide_text.h"
 #include "ui/app.h"
+#include "ui/dpi_scaling.h"
 
 namespace ui {
 
@@ -36,8 +37,7 @@ int TextWidth(HDC dc, HFONT font, const std::wstring& text) {
 // The layout leaves some labels just the room their text takes in a narrow system font; where the
 // normal font is wider, the label gets the normal font a pixel or two smaller until its text fits,
 // rather than showing it cut off or wrapped onto a line below its height.
-void FitLabelText(HWND label, const std::wstring& text, int width) {
-    HFONT normal = App().normalFont;
+void FitLabelText(HWND label, const std::wstring& text, int width, HFONT normal) {
     if (label == nullptr || normal == nullptr || text.empty()) return;
     HDC dc = GetDC(label);
     int needed = TextWidth(dc, normal, text);
@@ -66,7 +66,48 @@ void FitLabelText(HWND label, const std::wstring& text, int width) {
     ReleaseDC(label, dc);
 }
 
+enum class FontRole { Normal, Bold, FittedLabel };
+
+// A control as the factory placed it: the design rectangle (96 DPI) and what to redo at another DPI.
+struct PlacedControl {
+    HWND control;
+    RECT design;  // left, top, right, bottom
+    FontRole font;
+    std::wstring fittedText;        // a fitted label's text
+    std::vector<int> columnWidths;  // a list view's design column widths
+};
+
+// The placed controls of each top-level window.
+std::map<HWND, std::vector<PlacedControl>>& Places() {
+    static std::map<HWND, std::vector<PlacedControl>> places;
+    return places;
+}
+
+PlacedControl* FindPlace(HWND parent, HWND control) {
+    for (PlacedControl& place : Places()[parent]) {
+        if (place.control == control) return &place;
+    }
+    return nullptr;
+}
+
 }  // namespace
+
+void LayOutForDpi(HWND window, int dpi) {
+    const InterfaceFonts fonts = FontsForDpi(dpi);
+    for (const PlacedControl& place : Places()[window]) {
+        const RECT r = ScaleToDpi(place.design, dpi);
+        SetWindowPos(place.control, nullptr, r.left, r.top, r.right - r.left, r.bottom - r.top,
+                     SWP_NOZORDER | SWP_NOACTIVATE);
+        const HFONT font = place.font == FontRole::Bold ? fonts.bold : fonts.normal;
+        SendMessageW(place.control, WM_SETFONT, reinterpret_cast<WPARAM>(font), TRUE);
+        if (place.font == FontRole::FittedLabel) FitLabelText(place.control, place.fittedText, r.right - r.left, font);
+        for (size_t i = 0; i < place.columnWidths.size(); ++i) {
+            SendMessageW(place.control, LVM_SETCOLUMNWIDTH, i, MAKELPARAM(ScaleToDpi(place.columnWidths[i], dpi), 0));
+        }
+    }
+}
+
+void ForgetPlaces(HWND window) { Places().erase(window); }
 
 void DeleteNarrowFonts() {
     for (auto& [width, font] : NarrowFonts()) DeleteObject(font);
@@ -74,13 +115,17 @@ void DeleteNarrowFonts() {
 }
 
 ControlFactory::ControlFactory(HWND parent, std::vector<HWND>* page, bool visible)
-    : parent_(parent), page_(page), visible_(visible ? WS_VISIBLE : 0) {}
+    : parent_(parent), page_(page), visible_(visible ? WS_VISIBLE : 0), dpi_(WindowDpi(parent)) {}
 
 HWND ControlFactory::Create(const wchar_t* windowClass, const std::wstring& text, DWORD style, DWORD exStyle, int x,
                             int y, int w, int h, int id) {
-    HWND control = CreateWindowExW(exStyle, windowClass, text.c_str(), WS_CHILD | visible_ | style, x, y, w, h, parent_,
+    const RECT design{x, y, x + w, y + h};
+    const RECT r = ScaleToDpi(design, dpi_);
+    HWND control = CreateWindowExW(exStyle, windowClass, text.c_str(), WS_CHILD | visible_ | style, r.left, r.top,
+                                   r.right - r.left, r.bottom - r.top, parent_,
                                    reinterpret_cast<HMENU>(static_cast<INT_PTR>(id)), App().instance, nullptr);
-    SendMessageW(control, WM_SETFONT, reinterpret_cast<WPARAM>(App().normalFont), TRUE);
+    SendMessageW(control, WM_SETFONT, reinterpret_cast<WPARAM>(FontsForDpi(dpi_).normal), TRUE);
+    if (control != nullptr) Places()[parent_].push_back({control, design, FontRole::Normal, {}, {}});
     if (page_ != nullptr && control != nullptr) page_->push_back(control);
     return control;
 }
@@ -91,7 +136,11 @@ HWND ControlFactory::Group(const std::wstring& text, int x, int y, int w, int h)
 
 HWND ControlFactory::Label(const std::wstring& text, int x, int y, int w, int h, DWORD style) {
     HWND label = Create(WC_STATICW, text, style, 0, x, y, w, h, -1);
-    FitLabelText(label, text, w);
+    FitLabelText(label, text, ScaleToDpi(w, dpi_), FontsForDpi(dpi_).normal);
+    if (PlacedControl* place = FindPlace(parent_, label)) {
+        place->font = FontRole::FittedLabel;
+        place->fittedText = text;
+    }
     return label;
 }
 
@@ -131,16 +180,24 @@ HWND ControlFactory::ListView(int id, const std::vector<Column>& columns, int x,
         LVCOLUMNW column{};
         column.mask = LVCF_TEXT | LVCF_WIDTH | LVCF_FMT | LVCF_SUBITEM;
         column.fmt = LVCFMT_LEFT;
-        column.cx = columns[i].width;
+        column.cx = ScaleToDpi(columns[i].width, dpi_);
         column.pszText = const_cast<wchar_t*>(columns[i].title.c_str());
         column.iSubItem = static_cast<int>(i);
         SendMessageW(list, LVM_INSERTCOLUMNW, i, reinterpret_cast<LPARAM>(&column));
     }
+    if (PlacedControl* place = FindPlace(parent_, list)) {
+        for (const Column& column : columns) place->columnWidths.push_back(column.width);
+    }
     return list;
 }
 
+HWND ControlFactory::Tabs(int id, int x, int y, int w, int h, DWORD style) {
+    return Create(WC_TABCONTROLW, L"", style, 0, x, y, w, h, id);
+}
+
 HWND ControlFactory::Bold(HWND control) {
-    SendMessageW(control, WM_SETFONT, reinterpret_cast<WPARAM>(App().boldFont), TRUE);
+    SendMessageW(control, WM_SETFONT, reinterpret_cast<WPARAM>(FontsForDpi(dpi_).bold), TRUE);
+    if (PlacedControl* place = FindPlace(parent_, control)) place->font = FontRole::Bold;
     return control;
 }
 

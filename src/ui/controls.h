@@ -3,6 +3,11 @@
 // control with its id, text and position. Every control gets the normal font, group boxes the bold
 // one; a page's controls are created hidden and appended to the page's list, the connection
 // panel's are created visible and belong to no page.
+//
+// Positions are the design's, at 96 DPI: the factory places each control at its position scaled
+// to the DPI of the window (see dpi_scaling.h), gives it the fonts of that DPI, and remembers the
+// design rectangle, so that the window can lay out every control again when it moves to a screen
+// with another DPI.
 #include <windows.h>
 
 #include <string>
@@ -24,10 +29,19 @@ struct Column {
 // Frees the narrowed fonts some labels got to fit their text (at shut-down, with the other fonts).
 void DeleteNarrowFonts();
 
+// Lays out every control the factory made in `window` at `dpi`: its design rectangle scaled, the
+// fonts of that DPI (labels fitted again), list view columns scaled.
+void LayOutForDpi(HWND window, int dpi);
+// Forgets the controls of a window that is being destroyed.
+void ForgetPlaces(HWND window);
+
 class ControlFactory {
 public:
     // `page` receives every control created (nullptr: none); `visible` creates them shown.
     ControlFactory(HWND parent, std::vector<HWND>* page, bool visible);
+
+    // The DPI the controls are placed for (the parent window's).
+    int Dpi() const { return dpi_; }
 
     HWND Group(const std::wstring& text, int x, int y, int w, int h);
     HWND Label(const std::wstring& text, int x, int y, int w, int h, DWORD style = SS_LEFT);
@@ -44,6 +58,9 @@ public:
     HWND ListView(int id, const std::vector<Column>& columns, int x, int y, int w, int h, DWORD style = 0,
                   DWORD extendedStyle = 0);
 
+    // The tab control the pages are drawn over.
+    HWND Tabs(int id, int x, int y, int w, int h, DWORD style);
+
     // Gives a control the bold font.
     HWND Bold(HWND control);
 
@@ -54,6 +71,7 @@ private:
     HWND parent_;
     std::vector<HWND>* page_;
     DWORD visible_;
+    int dpi_;
 };
 
 // Control texts as the handlers read them.

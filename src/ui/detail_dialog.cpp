@@ -7,6 +7,7 @@
 #include "ui/control_ids.h"
 #include "ui/controls.h"
 #include "ui/file_dialogs.h"
+#include "ui/main_window.h"
 #include "ui/modal_window.h"
 
 namespace ui {
@@ -213,7 +214,11 @@ LRESULT CALLBACK DetailDialogProc(HWND window, UINT message, WPARAM wParam, LPAR
         case WM_CTLCOLORSTATIC:
             SetBkMode(reinterpret_cast<HDC>(wParam), TRANSPARENT);
             return reinterpret_cast<LRESULT>(GetSysColorBrush(COLOR_BTNFACE));
-        case WM_DESTROY: d.window = nullptr; return 0;
+        case WM_DPICHANGED: OnDpiChanged(window, wParam, lParam); return 0;
+        case WM_DESTROY:
+            ForgetPlaces(window);
+            d.window = nullptr;
+            return 0;
         default: break;
     }
     return DefWindowProcW(window, message, wParam, lParam);

@@ -14,6 +14,7 @@
 #include "ui/controls.h"
 #include "ui/detail_dialog.h"
 #include "ui/diagnostics_page.h"
+#include "ui/dpi_scaling.h"
 #include "ui/posted_messages.h"
 #include "ui/register_page.h"
 #include "ui/settings_dialog.h"
@@ -42,23 +43,22 @@ void RegisterClass(HINSTANCE instance, const wchar_t* name, WNDPROC procedure, U
     RegisterClassExW(&wc);
 }
 
-void CreateFonts() {
-    NONCLIENTMETRICSW metrics{};
-    metrics.cbSize = 504;  // the size without iPaddedBorderWidth, accepted by every Windows version
-    SystemParametersInfoW(SPI_GETNONCLIENTMETRICS, metrics.cbSize, &metrics, 0);
-    App().normalFont = CreateFontIndirectW(&metrics.lfMessageFont);
-    LOGFONTW bold = metrics.lfMessageFont;
-    bold.lfWeight = FW_BOLD;
-    App().boldFont = CreateFontIndirectW(&bold);
+// The main window's fonts at its DPI (the fonts themselves are kept per DPI, see dpi_scaling.h).
+void UseFontsForDpi(int dpi) {
+    const InterfaceFonts fonts = FontsForDpi(dpi);
+    App().dpi = dpi;
+    App().normalFont = fonts.normal;
+    App().boldFont = fonts.bold;
 }
 
 void CreateTabs(HWND window) {
-    HWND tabs = CreateWindowExW(0, WC_TABCONTROLW, L"", WS_CHILD | WS_VISIBLE | TCS_HOTTRACK, 10, 155, 770, 660, window,
-                                reinterpret_cast<HMENU>(static_cast<INT_PTR>(id::kTabControl)), App().instance, nullptr);
-    SendMessageW(tabs, WM_SETFONT, reinterpret_cast<WPARAM>(App().normalFont), TRUE);
+    ControlFactory shell(window, nullptr, true);
+    HWND tabs = shell.Tabs(id::kTabControl, 10, 155, 770, 660, TCS_HOTTRACK);
     // The pages are drawn over the tab control's body; a themed body would be lighter than the
-    // button face the labels are painted with, so the tab control draws itself classically.
-    SetWindowTheme(tabs, L"", L"");
+    // button face the labels are painted with, so the tab control draws itself classically while
+    // every other control is themed. Empty names are the documented way; Wine refuses them and
+    // keeps the theme, so the fallback names a theme class that does not exist.
+    if (FAILED(SetWindowTheme(tabs, L"", L"")) || GetWindowTheme(tabs) != nullptr) SetWindowTheme(tabs, L" ", L" ");
     const std::wstring titles[kPageCount] = {L"Register R/W", T("Structures", "Strukturen"), T("Diagnostics", "Diagnose"),
                                              T("Alarms", "Alarme")};
     for (int i = 0; i < kPageCount; ++i) {
@@ -68,6 +68,13 @@ void CreateTabs(HWND window) {
         SendMessageW(tabs, TCM_INSERTITEMW, static_cast<WPARAM>(i), reinterpret_cast<LPARAM>(&item));
     }
     App().tabControl = tabs;
+}
+
+// The outer size of the main window for a client area of the design's size scaled to `dpi`.
+SIZE MainWindowSize(int dpi) {
+    RECT frame{0, 0, ScaleToDpi(kClientWidth, dpi), ScaleToDpi(kClientHeight, dpi)};
+    AdjustWindowRect(&frame, kSizingStyle, FALSE);
+    return {frame.right - frame.left, frame.bottom - frame.top};
 }
 
 // Workers reach the window only through these: each posts and returns.
@@ -174,10 +181,10 @@ void ShutDown() {
     }
     // Nothing posts any more; what is still queued (such as the line of that disconnect) is freed.
     FreeQueuedPayloads(App().mainWindow);
-    if (App().normalFont != nullptr) DeleteObject(App().normalFont);
-    if (App().boldFont != nullptr) DeleteObject(App().boldFont);
+    ForgetPlaces(App().mainWindow);
     App().normalFont = nullptr;
     App().boldFont = nullptr;
+    FreeFontsOfAllDpis();
     DeleteNarrowFonts();
     PostQuitMessage(0);
 }
@@ -203,13 +210,27 @@ void LoadSettingsAndLanguage() {
 }
 
 HWND CreateMainWindow() {
-    RECT frame{0, 0, kClientWidth, kClientHeight};
-    AdjustWindowRect(&frame, kSizingStyle, FALSE);
+    // Sized for the system DPI; a window that comes up on a screen of another DPI is sized again.
+    const int systemDpi = SystemDpi();
+    const SIZE size = MainWindowSize(systemDpi);
     const std::wstring title = T("Kestrel    TCP/RTU - Master & Slave (all 16 Function Codes)",
                                  "Kestrel    TCP/RTU - Master & Slave (alle 16 Funktionscodes)");
-    return CreateWindowExW(0, kMainWindowClass, title.c_str(), kMainWindowStyle, CW_USEDEFAULT, CW_USEDEFAULT,
-                           frame.right - frame.left, frame.bottom - frame.top, nullptr, nullptr, App().instance,
-                           nullptr);
+    HWND window = CreateWindowExW(0, kMainWindowClass, title.c_str(), kMainWindowStyle, CW_USEDEFAULT, CW_USEDEFAULT,
+                                  size.cx, size.cy, nullptr, nullptr, App().instance, nullptr);
+    if (window != nullptr && App().dpi != systemDpi) {
+        const SIZE own = MainWindowSize(App().dpi);
+        SetWindowPos(window, nullptr, 0, 0, own.cx, own.cy, SWP_NOMOVE | SWP_NOZORDER | SWP_NOACTIVATE);
+    }
+    return window;
+}
+
+void OnDpiChanged(HWND window, WPARAM wParam, LPARAM lParam) {
+    const int dpi = HIWORD(wParam);
+    if (window == App().mainWindow) UseFontsForDpi(dpi);
+    LayOutForDpi(window, dpi);
+    const RECT& suggested = *reinterpret_cast<const RECT*>(lParam);
+    SetWindowPos(window, nullptr, suggested.left, suggested.top, suggested.right - suggested.left,
+                 suggested.bottom - suggested.top, SWP_NOZORDER | SWP_NOACTIVATE);
 }
 
 int RunMessageLoop() {
@@ -236,7 +257,8 @@ void CreateUI(HWND window) {
     app.mainWindow = window;
     for (auto& page : app.pageControls) page.clear();
     app.selectedStructureId = 0;
-    CreateFonts();
+    ForgetPlaces(window);
+    UseFontsForDpi(WindowDpi(window));
 
     connection_panel::Build(window);
     ControlFactory shell(window, nullptr, true);
@@ -267,6 +289,7 @@ LRESULT CALLBACK WndProc(HWND window, UINT message, WPARAM wParam, LPARAM lParam
     switch (message) {
         case WM_CREATE: CreateUI(window); return 0;
         case WM_DESTROY: ShutDown(); return 0;
+        case WM_DPICHANGED: OnDpiChanged(window, wParam, lParam); return 0;
         case WM_NOTIFY: return OnNotify(*reinterpret_cast<const NMHDR*>(lParam));
         case WM_COMMAND:
             if (OnCommand(LOWORD(wParam))) return 0;

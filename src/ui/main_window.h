@@ -20,6 +20,9 @@ int RunApplication(HINSTANCE instance, int showCommand);
 
 LRESULT CALLBACK WndProc(HWND window, UINT message, WPARAM wParam, LPARAM lParam);
 void CreateUI(HWND window);
+// WM_DPICHANGED of the main window or a dialog: every control is laid out at the new DPI (from
+// wParam) with the fonts of that DPI, and the window takes the rectangle Windows suggests (lParam).
+void OnDpiChanged(HWND window, WPARAM wParam, LPARAM lParam);
 // Selects the tab and shows exactly the controls of that page (0 to 3).
 void SwitchPage(int page);
 int CurrentPage();

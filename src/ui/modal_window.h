@@ -9,8 +9,8 @@
 
 namespace ui {
 
-// Creates the window (popup with caption and system menu) with a client area of the given size,
-// centred over the owner, disables the owner and shows the window.
+// Creates the window (popup with caption and system menu) with a client area of the given design
+// size (scaled to the owner's DPI), centred over the owner, disables the owner and shows the window.
 HWND CreateModalWindow(HWND owner, const wchar_t* windowClass, const std::wstring& caption, int clientWidth,
                        int clientHeight);
 // Runs the window's messages until `isOpen` turns false (the window was destroyed), then enables

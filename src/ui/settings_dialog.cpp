@@ -8,6 +8,7 @@
 #include "ui/control_ids.h"
 #include "ui/controls.h"
 #include "ui/file_dialogs.h"
+#include "ui/main_window.h"
 #include "ui/modal_window.h"
 #include "ui/structures_page.h"
 
@@ -143,7 +144,11 @@ LRESULT CALLBACK SettingsDialogProc(HWND window, UINT message, WPARAM wParam, LP
         case WM_CTLCOLORSTATIC:
             SetBkMode(reinterpret_cast<HDC>(wParam), TRANSPARENT);
             return reinterpret_cast<LRESULT>(GetSysColorBrush(COLOR_BTNFACE));
-        case WM_DESTROY: dialog = nullptr; return 0;
+        case WM_DPICHANGED: OnDpiChanged(window, wParam, lParam); return 0;
+        case WM_DESTROY:
+            ForgetPlaces(window);
+            dialog = nullptr;
+            return 0;
         default: break;
     }
     return DefWindowProcW(window, message, wParam, lParam);

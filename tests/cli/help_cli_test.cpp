@@ -74,12 +74,12 @@ std::set<std::string> HelpEntries(const std::string& help) {
     return entries;
 }
 
-// The options CONN stands for, from the line of the general usage that explains it.
+// The options CONN stands for, from the end of the general usage that explains it ("CONN is ..."
+// and the lines after it).
 std::set<std::string> ConnectionOptions() {
-    for (const std::string& line : Lines(Cli({"--help"}).out)) {
-        if (line.rfind("CONN is ", 0) == 0) return OptionsIn(line);
-    }
-    return {};
+    const std::string usage = Cli({"--help"}).out;
+    const size_t at = usage.find("\nCONN is ");
+    return at == std::string::npos ? std::set<std::string>() : OptionsIn(usage.substr(at));
 }
 
 // The options a command's usage offers, CONN spelled out; --lang belongs to every command and is
@@ -112,7 +112,14 @@ TEST(HelpCli, EveryCommandHasAHelpWithOptionsAndAnExample) {
             EXPECT_EQ(line->rfind("  kestrel-cli ", 0), 0u) << name << ": an example is a command line: " << *line;
         }
         EXPECT_EQ(h.help.back(), '\n') << name;
-        for (const std::string& line : lines) EXPECT_LE(line.size(), 112u) << name << ": " << line;
+        for (auto line = lines.begin(); line != example; ++line) {
+            EXPECT_LE(line->size(), 112u) << name << ": " << *line;
+            // An entry: two spaces, the option and its argument, two spaces or more, what it does.
+            if (line->rfind("  -", 0) == 0) {
+                EXPECT_NE(line->find_first_not_of(' ', line->find("  ", 2)), std::string::npos)
+                    << name << ": no gap of two spaces between the option and what it does: " << *line;
+            }
+        }
     }
 }
 

@@ -1,9 +1,12 @@
 #!/usr/bin/env bash
 # Installs the NSIS installer silently under Wine (/S) in a prefix of its own, checks the installed
-# files and the Start-menu entry, starts the installed Kestrel.exe until its main window is on the
-# (Xvfb) screen, closes it, and uninstalls silently again.
+# files, the Start-menu entry, the Add/Remove Programs entry and the installed Kestrel.exe's version
+# information (GetFileVersionInfoW, by read_resources), starts the installed Kestrel.exe until its
+# main window is on the (Xvfb) screen, closes it, and uninstalls silently again: the files, the
+# Start-menu entry, the Add/Remove Programs entry and the installer's own registry key are gone.
 set -u
 build=$1
+reader=${2:-}
 installer=$(ls "$build"/Kestrel-*-win64.exe 2>/dev/null | head -1)
 [ -n "$installer" ] || { echo "no installer in $build"; exit 1; }
 export WINEPREFIX=$build/wine-package-prefix
@@ -57,6 +60,50 @@ link=$(find "$WINEPREFIX/drive_c" -path '*Start Menu/Programs/Kestrel/*' -iname 
 [ -n "$link" ] && echo "Start-menu entry: ${link#$WINEPREFIX/}" || fail "no Start-menu entry"
 cmp -s "$target/Kestrel.exe" "$(find "$build/src" -name Kestrel.exe | head -1)" || fail "installed Kestrel.exe is not the one built"
 
+# The Add/Remove Programs entry (a 64-bit installer run as administrator writes it for the machine).
+version=$(basename "$installer" | sed -n 's/^Kestrel-\(.*\)-win64\.exe$/\1/p')
+uninstall_key='HKLM\Software\Microsoft\Windows\CurrentVersion\Uninstall\Kestrel'
+vendor_key='HKLM\Software\Kestrel developers'
+reg_value() {  # KEY NAME: the value's type and data as "reg query" prints them
+  local which=(/v "$2")
+  [ "$2" = "(Default)" ] && which=(/ve)
+  timeout 60 wine reg query "$1" "${which[@]}" </dev/null 2>/dev/null 7>&- | tr -d '\r' |
+    grep -F -- "$2" | sed -n 's/^ *.* *\(REG_[A-Z_]*\) *\(.*\)$/\1 \2/p' | sed 's/ *$//' | head -1
+}
+expect_value() {  # KEY NAME "TYPE DATA"
+  local got
+  got=$(reg_value "$1" "$2")
+  [ "$got" = "$3" ] && echo "$2: $got" || fail "$1 $2 is '$got', not '$3'"
+}
+expect_value "$uninstall_key" DisplayName "REG_SZ Kestrel"
+expect_value "$uninstall_key" DisplayVersion "REG_SZ $version"
+expect_value "$uninstall_key" Publisher "REG_SZ Kestrel developers"
+expect_value "$uninstall_key" DisplayIcon 'REG_SZ C:\KestrelTest\Kestrel.exe'
+expect_value "$uninstall_key" UninstallString 'REG_SZ "C:\KestrelTest\Uninstall.exe"'
+# The estimated size in KB: what the installation folder holds, give or take a KB per file.
+size=$(reg_value "$uninstall_key" EstimatedSize)
+folder_kb=$(( $(du -sb "$target" | cut -f1) / 1024 ))
+case "$size" in
+  "REG_DWORD 0x"*)
+    kb=$(( ${size#REG_DWORD } ))
+    echo "EstimatedSize: $kb KB (the folder holds $folder_kb KB)"
+    [ "$kb" -ge $((folder_kb - 8)) ] && [ "$kb" -le $((folder_kb + 8)) ] || fail "EstimatedSize $kb KB for $folder_kb KB"
+    ;;
+  *) fail "EstimatedSize is '$size'" ;;
+esac
+expect_value "$vendor_key\Kestrel" "(Default)" 'REG_SZ C:\KestrelTest'
+
+# The version information of the installed Kestrel.exe, as Explorer's Details tab reads it.
+if [ -n "$reader" ]; then
+  details=$(timeout 60 wine "$reader" 'C:\KestrelTest\Kestrel.exe' version </dev/null 2>&1 7>&- | tr -d '\r')
+  echo "$details" | sed 's/^/installed Kestrel.exe: /'
+  grep -qx "ProductName: Kestrel" <<<"$details" || fail "installed Kestrel.exe: no product name"
+  grep -qx "FileVersion: $version" <<<"$details" || fail "installed Kestrel.exe: no file version $version"
+  grep -qx "FileDescription: Kestrel - Modbus TCP/RTU master and slave" <<<"$details" ||
+    fail "installed Kestrel.exe: no file description"
+  grep -qx "LegalCopyright: Copyright (c) 2026 Kestrel developers" <<<"$details" || fail "installed Kestrel.exe: no copyright"
+fi
+
 help=$(timeout 60 wine 'C:\KestrelTest\kestrel-cli.exe' --help </dev/null 7>&- 2>&1)
 grep -q "CONN is" <<<"$help" || fail "the installed kestrel-cli.exe did not print its usage"
 
@@ -97,5 +144,13 @@ for name in Kestrel.exe kestrel-cli.exe README.md LICENSE Uninstall.exe; do
   [ -f "$target/$name" ] && fail "left after uninstalling: $name"
 done
 [ -n "$link" ] && [ -f "$link" ] && fail "Start-menu entry left after uninstalling"
+# Nothing of the installer's is left in the registry: no Add/Remove Programs entry, no key of its own.
+for key in "$uninstall_key" "$vendor_key" 'HKCU\Software\Kestrel developers'; do
+  if timeout 60 wine reg query "$key" </dev/null >/dev/null 2>&1 7>&-; then
+    fail "left after uninstalling: $key"
+  else
+    echo "gone after uninstalling: $key"
+  fi
+done
 [ $status -eq 0 ] && echo "installed, started and uninstalled under Wine"
 exit $status

@@ -216,6 +216,16 @@ std::vector<SeenDialog> SeenDialogs() { return seenDialogs; }
 
 void ForgetSeenDialogs() { seenDialogs.clear(); }
 
+void StopAnsweringDialogs() {
+    // KillTimer also removes a WM_TIMER of it that is already queued.
+    if (dialogTimer != 0) KillTimer(nullptr, dialogTimer);
+    dialogTimer = 0;
+}
+
+void StartAnsweringDialogs() {
+    if (dialogTimer == 0) dialogTimer = SetTimer(nullptr, 0, 40, AnswerDialogs);
+}
+
 void Screenshot(const std::string& name) { Screenshot(name, MainWindow()); }
 
 void Screenshot(const std::string& name, HWND window) {
@@ -252,6 +262,17 @@ void Screenshot(const std::string& name, HWND window) {
     const std::string folder = BinaryDir() + "/screenshots";
     std::filesystem::create_directories(folder);
     WritePng(folder + "/" + name + ".png", width, height, rgb);
+}
+
+COLORREF ScreenPixel(HWND window, int x, int y) {
+    RedrawWindow(window, nullptr, nullptr, RDW_INVALIDATE | RDW_ERASE | RDW_ALLCHILDREN | RDW_UPDATENOW);
+    Pump(100);
+    POINT point{x, y};
+    ClientToScreen(window, &point);
+    HDC screen = GetDC(nullptr);
+    const COLORREF color = GetPixel(screen, point.x, point.y);
+    ReleaseDC(nullptr, screen);
+    return color;
 }
 
 std::wstring LogText() { return Text(ui::id::kProtocolLog); }

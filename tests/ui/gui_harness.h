@@ -55,11 +55,18 @@ void AnswerNextDialog(int button);
 void HandleNextDialog(std::function<void(HWND dialog)> handler);
 std::vector<SeenDialog> SeenDialogs();
 void ForgetSeenDialogs();
+// Stops and restarts the timer that answers those dialogs. A test of a modal loop stops it, since
+// its WM_TIMER messages would wake a loop that waits for a posted message.
+void StopAnsweringDialogs();
+void StartAnsweringDialogs();
 
 // Saves the main window as build/screenshots/<name>.png (taken from the screen).
 void Screenshot(const std::string& name);
 // The same for another top-level window (a dialog).
 void Screenshot(const std::string& name, HWND window);
+
+// The colour on the screen at a point of a window's client area (after the window is redrawn).
+COLORREF ScreenPixel(HWND window, int x, int y);
 
 // The whole protocol log.
 std::wstring LogText();

@@ -114,12 +114,27 @@ int Recv(SOCKET s, uint8_t* data, size_t length) {
     return static_cast<int>(received);
 }
 
+int RecvWaiting(SOCKET s, uint8_t* data, size_t length) {
+    const ssize_t received = recv(s, data, length, MSG_DONTWAIT);
+    if (received < 0) {
+        t_lastError = errno;
+        return errno == EAGAIN || errno == EWOULDBLOCK ? 0 : -1;
+    }
+    return received == 0 ? -1 : static_cast<int>(received);
+}
+
+bool IsTimeoutError(int error) { return error == EAGAIN || error == EWOULDBLOCK; }
+
 void CloseSocket(SOCKET s) {
     if (s == INVALID_SOCKET) return;
     // Unlike closesocket on Windows, close() alone does not wake a thread blocked in accept() or
     // recv() on the same socket; shutdown() does.
     shutdown(s, SHUT_RDWR);
     close(s);
+}
+
+void ShutdownSocket(SOCKET s) {
+    if (s != INVALID_SOCKET) shutdown(s, SHUT_RDWR);
 }
 
 bool InterruptSocket(SOCKET s) {

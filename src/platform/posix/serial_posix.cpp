@@ -18,6 +18,7 @@ struct PosixSerialPort {
     // only comes before the port is closed, and it must not be lost when it lands between two reads.
     int cancelRead = -1;
     int cancelWrite = -1;
+    int64_t fixedReadTimeoutMs = -1;  // set by SerialSetReadTimeout; -1: constant + per byte
 };
 
 namespace {
@@ -111,7 +112,7 @@ SerialHandle OpenSerial(const std::string& name, uint32_t baud, uint8_t dataBits
     }
     ApplyLineSettings(fd, baud, dataBits, stopBits, parity);
     tcflush(fd, TCIOFLUSH);
-    return new PosixSerialPort{fd, pipeFds[0], pipeFds[1]};
+    return new PosixSerialPort{fd, pipeFds[0], pipeFds[1], -1};
 }
 
 bool SerialWrite(SerialHandle h, const uint8_t* data, size_t length, size_t& written) {
@@ -134,11 +135,17 @@ bool SerialWrite(SerialHandle h, const uint8_t* data, size_t length, size_t& wri
     return true;
 }
 
+void SerialSetReadTimeout(SerialHandle h, uint32_t totalMs) {
+    if (h != nullptr) h->fixedReadTimeoutMs = totalMs;
+}
+
 bool SerialRead(SerialHandle h, uint8_t* data, size_t capacity, size_t& received) {
     received = 0;
     if (h == nullptr) return false;
-    const int64_t deadline = MonotonicMicroseconds() / 1000 + kTotalTimeoutConstantMs +
-                             kTotalTimeoutPerByteMs * static_cast<int64_t>(capacity);
+    const int64_t total = h->fixedReadTimeoutMs >= 0
+                              ? h->fixedReadTimeoutMs
+                              : kTotalTimeoutConstantMs + kTotalTimeoutPerByteMs * static_cast<int64_t>(capacity);
+    const int64_t deadline = MonotonicMicroseconds() / 1000 + total;
     while (received < capacity) {
         int64_t wait = deadline - MonotonicMicroseconds() / 1000;
         if (received > 0) wait = std::min(wait, kIntervalTimeoutMs);

@@ -1,5 +1,7 @@
 #include "platform/net.h"
 
+#include <algorithm>
+
 #include <ws2tcpip.h>
 
 namespace platform {
@@ -77,8 +79,22 @@ int Recv(SOCKET s, uint8_t* data, size_t length) {
     return recv(s, reinterpret_cast<char*>(data), static_cast<int>(length), 0);
 }
 
+int RecvWaiting(SOCKET s, uint8_t* data, size_t length) {
+    u_long waiting = 0;
+    if (ioctlsocket(s, FIONREAD, &waiting) != 0) return -1;
+    if (waiting == 0) return 0;
+    const int received = recv(s, reinterpret_cast<char*>(data), static_cast<int>(std::min<u_long>(waiting, length)), 0);
+    return received > 0 ? received : -1;
+}
+
+bool IsTimeoutError(int error) { return error == WSAETIMEDOUT; }
+
 void CloseSocket(SOCKET s) {
     if (s != INVALID_SOCKET) closesocket(s);
+}
+
+void ShutdownSocket(SOCKET s) {
+    if (s != INVALID_SOCKET) shutdown(s, SD_BOTH);
 }
 
 bool InterruptSocket(SOCKET s) {

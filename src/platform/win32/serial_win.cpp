@@ -60,6 +60,17 @@ bool SerialRead(SerialHandle h, uint8_t* data, size_t capacity, size_t& received
     return ok != FALSE;
 }
 
+void SerialSetReadTimeout(SerialHandle h, uint32_t totalMs) {
+    COMMTIMEOUTS timeouts;
+    ZeroMemory(&timeouts, sizeof timeouts);
+    timeouts.ReadIntervalTimeout = 50;
+    timeouts.ReadTotalTimeoutMultiplier = 0;
+    timeouts.ReadTotalTimeoutConstant = totalMs;
+    timeouts.WriteTotalTimeoutMultiplier = 10;
+    timeouts.WriteTotalTimeoutConstant = 1000;
+    SetCommTimeouts(h, &timeouts);
+}
+
 bool SerialReadAvailable(SerialHandle h, uint8_t* data, size_t capacity, uint32_t waitMs, size_t& received) {
     // MAXDWORD interval and multiplier with a constant: ReadFile returns as soon as a byte is there,
     // with everything buffered, or after the constant with nothing. The port keeps these time-outs;

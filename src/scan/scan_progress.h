@@ -1,0 +1,27 @@
+#pragma once
+// Hands the scan's progress to the caller no more often than the control's interval, so that a
+// fast scan does not flood the terminal and a slow one still shows it is alive.
+#include "platform/clock.h"
+#include "scan/scanner.h"
+
+namespace scan {
+
+class ProgressClock {
+public:
+    explicit ProgressClock(const ScanControl& control)
+        : control_(control), last_(platform::MonotonicMicroseconds()) {}
+
+    void Report(const ScanProgress& progress) {
+        if (!control_.onProgress) return;
+        const int64_t now = platform::MonotonicMicroseconds();
+        if (now - last_ < static_cast<int64_t>(control_.progressIntervalMs) * 1000) return;
+        last_ = now;
+        control_.onProgress(progress);
+    }
+
+private:
+    const ScanControl& control_;
+    int64_t last_;
+};
+
+}  // namespace scan
