@@ -21,7 +21,11 @@
 #              --timeout BENCH_SCAN_TIMEOUT ms, default 20); requests and time to map 10,000 registers
 #              with five refused addresses, against 10,000 single-register reads (address by address);
 #              times are the wall time of each kestrel-cli run
-#  10 monitor  the bus monitor's frame recovery on a continuous stream without any gap (the worst
+#  10 mqtt     kestrel-cli poll --mqtt: 1,000 details every 100 ms bridged to a local mosquitto at QoS 0
+#              and 1: messages/s delivered, cycle-end-to-receipt delay, CPU per message, RSS over the
+#              run (tools/bench_mqtt.sh, which also runs alone; BENCH_MQTT_SECONDS, default 60, is
+#              the run per QoS; 600 is the ten-minute memory run)
+#  11 monitor  the bus monitor's frame recovery on a continuous stream without any gap (the worst
 #              case for a silence-based splitter): frames recovered per second, the share recovered
 #              exactly and CPU per frame, in-process (also with a noise byte every 10 frames) and
 #              through kestrel-cli monitor listening on a pty that a burst is written to
@@ -64,7 +68,7 @@ bash tools/setup.sh >/dev/null
 cmake --preset linux-release -B "$build" -DKESTREL_BUILD_TESTS=OFF >/dev/null
 cmake --build "$build" -j2 --target kestrel-cli kestrel_bench_master kestrel_bench_slave kestrel_bench_polling \
   kestrel_bench_memory kestrel_bench_trace_memory kestrel_bench_raw_peer kestrel_bench_libmodbus_master \
-  kestrel_bench_libmodbus_server kestrel_bench_rtu_over_tcp kestrel_bench_monitor >/dev/null
+  kestrel_bench_libmodbus_server kestrel_bench_rtu_over_tcp kestrel_bench_mqtt kestrel_bench_monitor >/dev/null
 bin="$root/$build/bench"
 cli="$root/$build/src/cli/kestrel-cli"
 
@@ -235,16 +239,23 @@ gateway() {
 requests_of() { sed -n 's/.*scan: \([0-9]*\) requests in.*/\1/p' "$1" | tail -1; }
 gw_answer=$(gateway gw-answer --tcp 0 --device 3 --device 90 --device "200:refuse=17,500,4321,9000,9001")
 gw_silent=$(gateway gw-silent --tcp 0 --silent-absent --device 3 --device 90 --device 200)
-# Wall time of a command, in seconds with two decimals.
-timed() { local t0; t0=$(now_ns); "$@"; awk -v a="$t0" -v b="$(now_ns)" 'BEGIN { printf "%.2f", (b - a) / 1e9 }'; }
-answer_s=$(timed timeout 120 "${pin[@]}" "$cli" --lang en scan --tcp "127.0.0.1:$gw_answer" --format csv \
-  >"$work/scan-answer.csv" 2>"$work/scan-answer.err")
-silent_s=$(timed timeout 120 "${pin[@]}" "$cli" --lang en scan --tcp "127.0.0.1:$gw_silent" --timeout "$scan_timeout" \
-  --format csv >"$work/scan-silent.csv" 2>"$work/scan-silent.err")
-map_s=$(timed timeout 120 "${pin[@]}" "$cli" --lang en scan --tcp "127.0.0.1:$gw_answer" --unit 200 --registers 0-9999 \
-  --format csv >"$work/scan-map.csv" 2>"$work/scan-map.err")
-single_s=$(timed timeout 120 "${pin[@]}" "$cli" --lang en read --tcp "127.0.0.1:$gw_answer" --unit 200 --fc 3 --address 0 \
-  --count 1 --repeat 10000 >/dev/null 2>&1)
+# The wall time of a command (its stdout and stderr into the two files), in seconds with two decimals.
+timed() {
+  local out=$1 err=$2 t0
+  shift 2
+  t0=$(now_ns)
+  "$@" >"$out" 2>"$err" || true
+  awk -v a="$t0" -v b="$(now_ns)" 'BEGIN { printf "%.2f", (b - a) / 1e9 }'
+}
+answer_s=$(timed "$work/scan-answer.csv" "$work/scan-answer.err" \
+  timeout 120 "${pin[@]}" "$cli" --lang en scan --tcp "127.0.0.1:$gw_answer" --format csv)
+silent_s=$(timed "$work/scan-silent.csv" "$work/scan-silent.err" \
+  timeout 120 "${pin[@]}" "$cli" --lang en scan --tcp "127.0.0.1:$gw_silent" --timeout "$scan_timeout" --format csv)
+map_s=$(timed "$work/scan-map.csv" "$work/scan-map.err" \
+  timeout 120 "${pin[@]}" "$cli" --lang en scan --tcp "127.0.0.1:$gw_answer" --unit 200 --registers 0-9999 --format csv)
+single_s=$(timed /dev/null /dev/null \
+  timeout 120 "${pin[@]}" "$cli" --lang en read --tcp "127.0.0.1:$gw_answer" --unit 200 --fc 3 --address 0 --count 1 \
+  --repeat 10000)
 
 # --- 6: memory ---
 timeout 300 "${pin[@]}" "$bin/kestrel_bench_memory" trace 127.0.0.1 "$lib_port" "$trace_n" >"$work/mem-trace"
@@ -253,7 +264,7 @@ timeout 300 "${pin[@]}" "$bin/kestrel_bench_memory" churn "$churn" >"$work/mem-c
 "$bin/kestrel_bench_trace_memory" per-frame >"$work/mem-frame"
 "$bin/kestrel_bench_trace_memory" rss 1000000 1000000 >"$work/rss-uncapped"
 
-# --- 10: the bus monitor on a gapless stream ---
+# --- 11: the bus monitor on a gapless stream ---
 for _ in $(seq 1 "$rounds"); do
   "${pin[@]}" "$bin/kestrel_bench_monitor" splitter "$monitor_frames" 0 >"$work/mon-run"
   for k in frames_per_s exact_share_percent cpu_ns_per_frame; do val "$k" "$work/mon-run" >>"$work/mon-clean-$k"; done
@@ -406,20 +417,22 @@ row "9 map 0-9999, 5 refused: requests / s" \
   "$(requests_of "$work/scan-map.err") / $map_s" "10000 / $single_s" \
   "$(ratio "$(requests_of "$work/scan-map.err")" 10000)"
 row "9   ranges found" "$(($(wc -l <"$work/scan-map.csv") - 1))" "" ""
+BENCH_MQTT_NO_BUILD=1 BENCH_BUILD_DIR="$build" BENCH_OUT="$table" bash tools/bench_mqtt.sh >/dev/null
+tail -n 11 "$table"
 mfig() { echo "$(fmt "$(median <"$1")") [$(spread "$1")]"; }
-row "10 monitor, gapless stream, frames recovered/s" "$(mfig "$work/mon-clean-frames_per_s")" "" ""
-row "10   recovered exactly, %" "$(mfig "$work/mon-clean-exact_share_percent")" "" ""
-row "10   CPU per frame, ns" "$(mfig "$work/mon-clean-cpu_ns_per_frame")" "" ""
-row "10   noise byte every 10 frames: frames/s" "$(mfig "$work/mon-noise-frames_per_s")" "" ""
-row "10   ... recovered exactly, %; noise bytes counted" \
+row "11 monitor, gapless stream, frames recovered/s" "$(mfig "$work/mon-clean-frames_per_s")" "" ""
+row "11   recovered exactly, %" "$(mfig "$work/mon-clean-exact_share_percent")" "" ""
+row "11   CPU per frame, ns" "$(mfig "$work/mon-clean-cpu_ns_per_frame")" "" ""
+row "11   noise byte every 10 frames: frames/s" "$(mfig "$work/mon-noise-frames_per_s")" "" ""
+row "11   ... recovered exactly, %; noise bytes counted" \
   "$(fmt "$(median <"$work/mon-noise-exact_share_percent")"); $(median <"$work/mon-noise-noise_bytes")" "" ""
-row "10   ... CPU per frame, ns" "$(mfig "$work/mon-noise-cpu_ns_per_frame")" "" ""
+row "11   ... CPU per frame, ns" "$(mfig "$work/mon-noise-cpu_ns_per_frame")" "" ""
 if [ "$monitor_pty_ok" = 1 ]; then
-  row "10 kestrel-cli monitor on a pty, $monitor_pty_frames frames, /s" "$(mfig "$work/mon-pty-fps")" "" ""
-  row "10   recovered exactly, %" "$(mfig "$work/mon-pty-exact")" "" ""
-  row "10   CPU per frame (the process, with CSV), us" "$(mfig "$work/mon-pty-cpu")" "" ""
+  row "11 kestrel-cli monitor on a pty, $monitor_pty_frames frames, /s" "$(mfig "$work/mon-pty-fps")" "" ""
+  row "11   recovered exactly, %" "$(mfig "$work/mon-pty-exact")" "" ""
+  row "11   CPU per frame (the process, with CSV), us" "$(mfig "$work/mon-pty-cpu")" "" ""
 else
-  row "10 kestrel-cli monitor on a pty" "not run (socat missing)" "" ""
+  row "11 kestrel-cli monitor on a pty" "not run (socat missing)" "" ""
 fi
 echo | tee -a "$table"
 echo "Total time $(( $(date +%s) - started )) s." | tee -a "$table"
