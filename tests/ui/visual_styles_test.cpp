@@ -13,6 +13,8 @@
 #include <gtest/gtest.h>
 
 #include <cstdio>
+#include <cstdlib>
+#include <string>
 
 #include "dialog_driver.h"
 #include "gui_harness.h"
@@ -52,7 +54,21 @@ const PageSpots kSpots[ui::kPageCount] = {
     {"alarms", {600, 795}, {235, 200}},        // right of the buttons; the end of the counter
 };
 
-class Screens : public WindowTest {};
+// The prefix the runner was asked for (tools/wine-gui-run.sh passes KESTREL_GUI_THEME on): there
+// the theme must be active, or must not be.
+class Screens : public WindowTest {
+protected:
+    void SetUp() override {
+        WindowTest::SetUp();
+        const char* variable = std::getenv("KESTREL_GUI_THEME");
+        const std::string wanted = variable != nullptr ? variable : "";
+        if (wanted == "light") {
+            EXPECT_TRUE(Themed()) << "light.msstyles is not active";
+        } else if (wanted == "none") {
+            EXPECT_FALSE(Themed()) << "a theme is active";
+        }
+    }
+};
 
 TEST_P(Screens, EveryPageShowsItsLabelsOnTheTabBodyInTheButtonFaceColour) {
     const COLORREF face = GetSysColor(COLOR_BTNFACE);
