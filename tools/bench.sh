@@ -228,16 +228,23 @@ gateway() {
 requests_of() { sed -n 's/.*scan: \([0-9]*\) requests in.*/\1/p' "$1" | tail -1; }
 gw_answer=$(gateway gw-answer --tcp 0 --device 3 --device 90 --device "200:refuse=17,500,4321,9000,9001")
 gw_silent=$(gateway gw-silent --tcp 0 --silent-absent --device 3 --device 90 --device 200)
-# Wall time of a command, in seconds with two decimals.
-timed() { local t0; t0=$(now_ns); "$@"; awk -v a="$t0" -v b="$(now_ns)" 'BEGIN { printf "%.2f", (b - a) / 1e9 }'; }
-answer_s=$(timed timeout 120 "${pin[@]}" "$cli" --lang en scan --tcp "127.0.0.1:$gw_answer" --format csv \
-  >"$work/scan-answer.csv" 2>"$work/scan-answer.err")
-silent_s=$(timed timeout 120 "${pin[@]}" "$cli" --lang en scan --tcp "127.0.0.1:$gw_silent" --timeout "$scan_timeout" \
-  --format csv >"$work/scan-silent.csv" 2>"$work/scan-silent.err")
-map_s=$(timed timeout 120 "${pin[@]}" "$cli" --lang en scan --tcp "127.0.0.1:$gw_answer" --unit 200 --registers 0-9999 \
-  --format csv >"$work/scan-map.csv" 2>"$work/scan-map.err")
-single_s=$(timed timeout 120 "${pin[@]}" "$cli" --lang en read --tcp "127.0.0.1:$gw_answer" --unit 200 --fc 3 --address 0 \
-  --count 1 --repeat 10000 >/dev/null 2>&1)
+# The wall time of a command (its stdout and stderr into the two files), in seconds with two decimals.
+timed() {
+  local out=$1 err=$2 t0
+  shift 2
+  t0=$(now_ns)
+  "$@" >"$out" 2>"$err" || true
+  awk -v a="$t0" -v b="$(now_ns)" 'BEGIN { printf "%.2f", (b - a) / 1e9 }'
+}
+answer_s=$(timed "$work/scan-answer.csv" "$work/scan-answer.err" \
+  timeout 120 "${pin[@]}" "$cli" --lang en scan --tcp "127.0.0.1:$gw_answer" --format csv)
+silent_s=$(timed "$work/scan-silent.csv" "$work/scan-silent.err" \
+  timeout 120 "${pin[@]}" "$cli" --lang en scan --tcp "127.0.0.1:$gw_silent" --timeout "$scan_timeout" --format csv)
+map_s=$(timed "$work/scan-map.csv" "$work/scan-map.err" \
+  timeout 120 "${pin[@]}" "$cli" --lang en scan --tcp "127.0.0.1:$gw_answer" --unit 200 --registers 0-9999 --format csv)
+single_s=$(timed /dev/null /dev/null \
+  timeout 120 "${pin[@]}" "$cli" --lang en read --tcp "127.0.0.1:$gw_answer" --unit 200 --fc 3 --address 0 --count 1 \
+  --repeat 10000)
 
 # --- 6: memory ---
 timeout 300 "${pin[@]}" "$bin/kestrel_bench_memory" trace 127.0.0.1 "$lib_port" "$trace_n" >"$work/mem-trace"

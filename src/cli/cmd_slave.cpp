@@ -3,7 +3,9 @@
 // Disconnect, so the thread-stopped and "Disconnected." lines close the output.
 #include <chrono>
 #include <cstdio>
+#include <memory>
 #include <mutex>
+#include <random>
 #include <string>
 #include <thread>
 #include <vector>
@@ -11,7 +13,11 @@
 #include "cli/command.h"
 #include "cli/connection_args.h"
 #include "cli/output.h"
+#include "platform/clock.h"
+#include "platform/file_io.h"
 #include "protocol/modbus_client.h"
+#include "sim/fault_simulator.h"
+#include "sim/image_file.h"
 
 namespace cli {
 namespace {
@@ -26,6 +32,12 @@ struct SlaveOptions {
     uint64_t durationSeconds = 0;  // 0: until a stop signal
     std::vector<std::pair<uint16_t, std::vector<uint16_t>>> holding;
     std::vector<std::pair<uint16_t, std::vector<bool>>> coils;
+    std::vector<std::pair<uint16_t, std::vector<uint16_t>>> input;
+    std::vector<std::pair<uint16_t, std::vector<bool>>> discrete;
+    std::vector<sim::ImageValue> image;  // --image, seeded before the blocks above
+    std::string saveImagePath;           // --save-image, written when the slave stops
+    sim::FaultPlan faults;
+    bool seedGiven = false;
 };
 
 std::vector<std::string> Split(const std::string& text, char separator) {
@@ -66,6 +78,37 @@ void ParseInjection(const std::string& text, SlaveOptions& options) {
     if (options.injectFrom > options.injectTo) throw UsageError("--inject FROM must not be above TO in '" + text + "'");
 }
 
+std::vector<sim::ImageValue> ReadImageFile(const std::string& path) {
+    std::string text;
+    if (!platform::ReadWholeFile(path, text)) throw UsageError("--image " + path + ": cannot read the file");
+    std::vector<sim::ImageValue> values;
+    std::string error;
+    if (!sim::ParseImageText(text, values, error)) throw UsageError("--image " + path + ": " + error);
+    return values;
+}
+
+// --fault, --jitter, --seed; faults the transport cannot have are usage errors.
+void TakeFaultOptions(std::vector<std::string>& args, SlaveOptions& options) {
+    for (const auto& fault : TakeRepeatedOption(args, "--fault")) {
+        const std::string error = sim::AddFault(options.faults, fault);
+        if (!error.empty()) throw UsageError(error);
+    }
+    if (auto jitter = TakeOption(args, "--jitter")) {
+        const std::string error = sim::SetJitter(options.faults, *jitter);
+        if (!error.empty()) throw UsageError(error);
+    }
+    if (auto seed = TakeOption(args, "--seed")) {
+        options.faults.seed = static_cast<uint32_t>(ParseUnsigned(*seed, "--seed", 0, 4294967295u));
+        options.seedGiven = true;
+    }
+    // RTU over TCP: RTU frames (a CRC, no transaction id) on a TCP connection (which can be dropped).
+    const int32_t transport = options.connection.transport;
+    const bool tcpFraming = transport == kTransportTcp;
+    const bool tcpConnection = transport == kTransportTcp || transport == kTransportRtuOverTcp;
+    const std::string error = sim::CheckTransport(options.faults, tcpFraming, tcpConnection);
+    if (!error.empty()) throw UsageError(error);
+}
+
 SlaveOptions TakeSlaveOptions(std::vector<std::string>& args) {
     SlaveOptions options;
     ConnectionConfig& c = options.connection;
@@ -101,6 +144,15 @@ SlaveOptions TakeSlaveOptions(std::vector<std::string>& args) {
     for (const auto& block : TakeRepeatedOption(args, "--coils")) {
         options.coils.push_back(ParseBlock<bool>(block, "--coils", 1));
     }
+    for (const auto& block : TakeRepeatedOption(args, "--input")) {
+        options.input.push_back(ParseBlock<uint16_t>(block, "--input", 65535));
+    }
+    for (const auto& block : TakeRepeatedOption(args, "--discrete")) {
+        options.discrete.push_back(ParseBlock<bool>(block, "--discrete", 1));
+    }
+    if (auto image = TakeOption(args, "--image")) options.image = ReadImageFile(*image);
+    if (auto save = TakeOption(args, "--save-image")) options.saveImagePath = *save;
+    TakeFaultOptions(args, options);
     if (auto duration = TakeOption(args, "--duration")) {
         options.durationSeconds = ParseUnsigned(*duration, "--duration", 1, 100000000);
     }
@@ -119,15 +171,47 @@ void WaitForStop(uint64_t durationSeconds) {
     }
 }
 
+void SeedImage(SlaveRegisterImage& image, const SlaveOptions& options) {
+    sim::SeedImage(image, options.image);
+    for (const auto& [address, values] : options.holding) image.SetHoldingRegisters(address, values);
+    for (const auto& [address, values] : options.coils) image.SetCoils(address, values);
+    for (const auto& [address, values] : options.input) image.SetInputRegisters(address, values);
+    for (const auto& [address, values] : options.discrete) image.SetDiscreteInputs(address, values);
+}
+
+// The fault simulator as the slave's response filter; none without --fault or --jitter, so that
+// the slave then sends exactly what it always sends.
+std::shared_ptr<sim::FaultSimulator> InstallFaults(ModbusClient& client, SlaveOptions& options) {
+    if (options.faults.Empty()) return nullptr;
+    if (!options.seedGiven) {
+        options.faults.seed = std::random_device{}();
+        ErrLine("kestrel-cli: fault seed " + std::to_string(options.faults.seed) + " (replay with --seed " +
+                std::to_string(options.faults.seed) + ")");
+    }
+    auto simulator = std::make_shared<sim::FaultSimulator>(
+        options.faults, [](const std::string& line) { OutLine(line); },
+        [](uint32_t ms) { platform::SleepMilliseconds(ms); });
+    client.SetResponseFilter([simulator](SlaveAnswer& answer) { return simulator->Apply(answer); });
+    return simulator;
+}
+
+// Every non-zero value of the image, in the --image format; false after a message when the file
+// cannot be written.
+bool SaveImage(const SlaveRegisterImage& image, const std::string& path) {
+    if (platform::WriteFileReplacing(path, sim::ImageText(image))) return true;
+    ErrLine("kestrel-cli: --save-image " + path + ": cannot write the file");
+    return false;
+}
+
 int RunSlave(std::vector<std::string>& args) {
-    const SlaveOptions options = TakeSlaveOptions(args);
+    SlaveOptions options = TakeSlaveOptions(args);
     InstallStopSignals();
 
     BufferedOutput output;
     ModbusClient client;
     client.SetLogCallback([](const std::string& line) { OutLine(line); });
-    for (const auto& [address, values] : options.holding) client.Image().SetHoldingRegisters(address, values);
-    for (const auto& [address, values] : options.coils) client.Image().SetCoils(address, values);
+    SeedImage(client.Image(), options);
+    const auto simulator = InstallFaults(client, options);
     client.responseDelayMs = options.delayMs;
     client.exceptionInjectionEnabled = options.inject;
     client.exceptionInjectionCode = options.injectCode;
@@ -142,13 +226,15 @@ int RunSlave(std::vector<std::string>& args) {
         ErrLine("kestrel-cli: slave listening on port " + std::to_string(client.ListeningPort()));
         FlushOutput();
     }
+    bool saved = true;
     if (started) {
         WaitForStop(options.durationSeconds);
         client.Disconnect();
+        if (!options.saveImagePath.empty()) saved = SaveImage(client.Image(), options.saveImagePath);
     }
     // The destructor disconnects again; that second "Disconnected." is not part of the output.
     client.SetLogCallback(nullptr);
-    return started ? 0 : 1;
+    return started && saved ? 0 : 1;
 }
 
 }  // namespace
@@ -170,16 +256,29 @@ constexpr char kSlaveHelp[] =
     "  --inject CODE:FROM-TO  answer requests starting at an address FROM to TO with exception CODE; default off\n"
     "  --holding A=V[,V...]   holding registers from address A on hold the values V (repeatable); default 0\n"
     "  --coils A=B[,B...]     coils from address A on hold the bits B, 0 or 1 (repeatable); default 0\n"
+    "  --input A=V[,V...]     input registers from address A on hold the values V (repeatable); default 0\n"
+    "  --discrete A=B[,B...]  discrete inputs from address A on hold the bits B (repeatable); default 0\n"
+    "  --image FILE           seed the four tables from FILE's table;address;value lines, first\n"
+    "  --save-image FILE      at the stop, write every non-zero value to FILE in the --image format\n"
+    "  --fault NAME:P         play fault NAME on P percent of the answers (repeatable, 100 in all):\n"
+    "                         silence, drop (TCP, RTU over TCP), wrong-unit, bad-crc (RTU, RTU over TCP),\n"
+    "                         wrong-tid (TCP); default none\n"
+    "  --jitter MIN-MAX       delay every answer by a random MIN to MAX ms more; default none\n"
+    "  --seed N               the seed of the faults and the jitter; default random, printed on stderr\n"
     "  --duration S           stop after S seconds; default: run until Ctrl-C or SIGTERM\n"
     "Example:\n"
-    "  kestrel-cli slave --tcp-port 1502 --holding 0=11,22,33,44 --coils 0=1,0,1 --duration 60\n";
+    "  kestrel-cli slave --tcp-port 1502 --holding 0=11,22,33,44 --coils 0=1,0,1 --duration 60\n"
+    "  kestrel-cli slave --tcp-port 1502 --image pump.image --fault silence:10 --jitter 0-50 --seed 7\n";
 
 KESTREL_CLI_COMMAND(slave, "slave",
                     "  kestrel-cli [--lang en|de] slave (--tcp-port P | --rtu DEVICE [--baud N] [--parity N|E|O] "
                     "[--stop-bits 1|2] | --rtu-over-tcp-port P)\n"
                     "              [--unit N] [--delay MS] [--inject CODE:FROM-TO] [--holding A=V[,V...]]... "
                     "[--coils A=B[,B...]]...\n"
-                    "              [--duration S]\n", kSlaveHelp,
+                    "              [--input A=V[,V...]]... [--discrete A=B[,B...]]... [--image FILE] "
+                    "[--save-image FILE]\n"
+                    "              [--fault silence|drop|wrong-unit|bad-crc|wrong-tid:P]... [--jitter MIN-MAX] "
+                    "[--seed N] [--duration S]\n", kSlaveHelp,
                     RunSlave);
 
 }  // namespace cli

@@ -1,14 +1,17 @@
 // kestrel-cli structures: lists, shows and extends the structures file the window uses.
 #include <cstdio>
 #include <exception>
+#include <optional>
 #include <string>
 #include <vector>
 
 #include "cli/command.h"
 #include "common/localizer.h"
+#include "maps/register_map.h"
 #include "model/demo_structure.h"
 #include "model/json_text.h"
 #include "model/structure_store.h"
+#include "platform/file_io.h"
 
 namespace cli {
 namespace {
@@ -97,14 +100,102 @@ void PrintStructure(const ModbusStructure& s) {
     for (const Modbus::ModbusDetail& d : s.details) PrintDetail(d);
 }
 
+// The options of import-csv and export-csv, taken wherever they stand.
+struct MapOptions {
+    std::optional<std::string> name, ip, port, unit, out;
+    bool rtuOverTcp = false;
+
+    bool AnyImportOption() const { return name || ip || port || unit || rtuOverTcp; }
+};
+
+MapOptions TakeMapOptions(std::vector<std::string>& args) {
+    MapOptions options;
+    options.name = TakeOption(args, "--name");
+    options.ip = TakeOption(args, "--ip");
+    options.port = TakeOption(args, "--port");
+    options.unit = TakeOption(args, "--unit");
+    options.rtuOverTcp = TakeFlag(args, "--rtu-over-tcp");
+    options.out = TakeOption(args, "--out");
+    return options;
+}
+
+std::string AddedLine(int32_t id, const std::string& name, size_t details, const std::string& path) {
+    const std::string count = std::to_string(details);
+    return Localizer::IsEnglish(Localizer::Scope::Ui)
+               ? "Added structure " + std::to_string(id) + " \"" + name + "\" with " + count + " details to " + path + "."
+               : "Struktur " + std::to_string(id) + " \"" + name + "\" mit " + count + " Details zu " + path +
+                     " hinzugefuegt.";
+}
+
+// A new structure from a register map: the whole table is read before the store is touched, so a
+// bad row leaves the structures file exactly as it was.
+int ImportCsv(StructureStore& store, const std::string& mapPath, const MapOptions& options) {
+    // The structure editor's defaults and refusals.
+    ModbusStructure structure;
+    if (!options.name || options.name->empty()) throw UsageError("import-csv needs --name NAME (not empty)");
+    structure.name = *options.name;
+    if (options.ip) {
+        if (options.ip->empty()) throw UsageError("--ip must not be empty");
+        structure.ip = *options.ip;
+    }
+    if (options.port) structure.port = static_cast<uint16_t>(ParseUnsigned(*options.port, "--port", 1, 65535));
+    if (options.unit) structure.unitId = static_cast<uint8_t>(ParseUnsigned(*options.unit, "--unit", 0, 255));
+    structure.rtuOverTcp = options.rtuOverTcp;
+
+    std::string text;
+    if (!platform::ReadWholeFile(mapPath, text)) {
+        return FileError(mapPath, Ui("cannot read the file", "Datei nicht lesbar"));
+    }
+    std::string error;
+    if (!maps::ImportRegisterMap(text, mapPath, structure.details, error)) {
+        std::fprintf(stderr, "kestrel-cli: %s\n", error.c_str());
+        return 1;
+    }
+    if (!Load(store)) return 1;
+    const int32_t id = store.AddStructure(structure);
+    if (!store.SaveStructures()) return FileError(store.Path(), Ui("cannot write the file", "Datei nicht schreibbar"));
+    std::printf("%s\n", AddedLine(id, structure.name, structure.details.size(), store.Path()).c_str());
+    return 0;
+}
+
+int ExportCsv(StructureStore& store, int32_t id, const std::optional<std::string>& out) {
+    if (!Load(store)) return 1;
+    const auto structure = store.FindStructure(id);
+    if (!structure) {
+        return FileError(store.Path(), std::string(Ui("no structure with id ", "keine Struktur mit der Id ")) +
+                                           std::to_string(id));
+    }
+    const std::string text = maps::ExportRegisterMap(structure->details);
+    if (!out) {
+        std::fwrite(text.data(), 1, text.size(), stdout);
+        return 0;
+    }
+    if (!platform::WriteFileReplacing(*out, text)) return FileError(*out, Ui("cannot write the file", "Datei nicht schreibbar"));
+    return 0;
+}
+
 int RunStructures(std::vector<std::string>& args) {
     const std::string path = TakeOption(args, "--file").value_or(kStructuresFileName);
+    const MapOptions mapOptions = TakeMapOptions(args);
     RejectUnknownOptions(args);
-    if (args.empty()) throw UsageError("structures needs list, show ID or demo");
+    if (args.empty()) throw UsageError("structures needs list, show ID, demo, import-csv MAP.csv or export-csv ID");
     const std::string action = args.front();
     args.erase(args.begin());
+    if (mapOptions.AnyImportOption() && action != "import-csv") {
+        throw UsageError("--name, --ip, --port, --unit and --rtu-over-tcp belong to structures import-csv");
+    }
+    if (mapOptions.out && action != "export-csv") throw UsageError("--out belongs to structures export-csv");
 
     StructureStore store(path);
+    if (action == "import-csv") {
+        if (args.size() != 1) throw UsageError("structures import-csv needs one MAP.csv");
+        return ImportCsv(store, args.front(), mapOptions);
+    }
+    if (action == "export-csv") {
+        if (args.size() != 1) throw UsageError("structures export-csv needs one structure id");
+        const auto id = static_cast<int32_t>(ParseSigned(args.front(), "the structure id", INT32_MIN, INT32_MAX));
+        return ExportCsv(store, id, mapOptions.out);
+    }
     if (action == "list") {
         if (!args.empty()) throw UsageError("structures list takes no further arguments");
         if (!Load(store)) return 1;
@@ -130,16 +221,10 @@ int RunStructures(std::vector<std::string>& args) {
         const ModbusStructure demo = BuildDemoStructure();
         const int32_t id = store.AddStructure(demo);
         if (!store.SaveStructures()) return FileError(path, Ui("cannot write the file", "Datei nicht schreibbar"));
-        const std::string count = std::to_string(demo.details.size());
-        const std::string line =
-            Localizer::IsEnglish(Localizer::Scope::Ui)
-                ? "Added structure " + std::to_string(id) + " \"" + demo.name + "\" with " + count + " details to " + path + "."
-                : "Struktur " + std::to_string(id) + " \"" + demo.name + "\" mit " + count + " Details zu " + path +
-                      " hinzugefuegt.";
-        std::printf("%s\n", line.c_str());
+        std::printf("%s\n", AddedLine(id, demo.name, demo.details.size(), path).c_str());
         return 0;
     }
-    throw UsageError("structures needs list, show ID or demo, not '" + action + "'");
+    throw UsageError("structures needs list, show ID, demo, import-csv MAP.csv or export-csv ID, not '" + action + "'");
 }
 
 }  // namespace
@@ -154,11 +239,25 @@ constexpr char kStructuresHelp[] =
     "  list                   one line per structure: id, name, address, unit id and number of details\n"
     "  show ID                every field of one structure and of each of its details\n"
     "  demo                   adds the demo device (127.0.0.1:1502, 16 details) to the file, which is made if missing\n"
+    "  import-csv MAP.csv     adds a structure with a detail per row of a register map (docs/REGISTER_MAPS.md)\n"
+    "  export-csv ID          writes a structure's details as a register map to stdout\n"
+    "Options of import-csv and export-csv:\n"
+    "  --name NAME            import-csv: the new structure's name (required)\n"
+    "  --ip IP                import-csv: the device's address; default 192.168.1.1\n"
+    "  --port P               import-csv: the device's TCP port, 1 to 65535; default 502\n"
+    "  --unit N               import-csv: the device's unit id, 0 to 255; default 1\n"
+    "  --rtu-over-tcp         import-csv: the device speaks RTU frames over TCP; default off\n"
+    "  --out MAP.csv          export-csv: write to this file instead of stdout\n"
     "Example:\n"
     "  kestrel-cli structures --file plant.json demo\n"
-    "  kestrel-cli structures --file plant.json show 1\n";
+    "  kestrel-cli structures --file plant.json show 1\n"
+    "  kestrel-cli structures --file plant.json import-csv pump.csv --name Pump --ip 10.0.0.7 --unit 3\n"
+    "  kestrel-cli structures --file plant.json export-csv 2 --out pump-copy.csv\n";
 
 KESTREL_CLI_COMMAND(structures, "structures",
-                    "  kestrel-cli [--lang en|de] structures [--file F] list | show ID | demo\n", kStructuresHelp, RunStructures);
+                    "  kestrel-cli [--lang en|de] structures [--file F] list | show ID | demo\n"
+                    "              | import-csv MAP.csv --name NAME [--ip IP] [--port P] [--unit N] [--rtu-over-tcp]\n"
+                    "              | export-csv ID [--out MAP.csv]\n",
+                    kStructuresHelp, RunStructures);
 
 }  // namespace cli

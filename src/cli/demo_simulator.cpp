@@ -79,6 +79,9 @@ double DemoDeviceSimulator::ValueAt(const std::string& name, uint32_t step) {
     if (name == "Betriebsstunden") return 8760 + step;
     if (name == "Fehlerzaehler") return step / 5;
     if (name == "Steuerregister") return 1 + 2 * (step % 2);
+    if (name == "Spannung") return 230.0 + 2.0 * std::sin(t / 2.0);
+    if (name == "Strom") return 12.0 + 0.75 * std::sin(t / 4.0);
+    if (name == "Frequenz") return 50.0 + 0.05 * std::sin(t);
     if (name == "Solltemperatur") return 65.0;
     return std::numeric_limits<double>::quiet_NaN();
 }
@@ -86,9 +89,12 @@ double DemoDeviceSimulator::ValueAt(const std::string& name, uint32_t step) {
 void DemoDeviceSimulator::Step(uint32_t step) {
     using Modbus::DataType;
     for (const Modbus::ModbusDetail& detail : demo.details) {
-        // Input registers (FC04) and discrete inputs (FC02) are not written: they stay zero.
-        if (detail.functionCode == 2 || detail.functionCode == 4) continue;
-        if (detail.functionCode == 1) {
+        if (detail.functionCode == 2) {
+            image.SetDiscreteInputs(detail.registerAddress, {step % 3 != 0});
+        } else if (detail.functionCode == 4) {
+            const double value = ValueAt(detail.name, step);
+            if (!std::isnan(value)) image.SetInputRegisters(detail.registerAddress, EncodeEngineeringValue(detail, value));
+        } else if (detail.functionCode == 1) {
             image.SetCoils(detail.registerAddress, {step % 2 == 0});
         } else if (detail.dataType == DataType::String) {
             image.SetHoldingRegisters(detail.registerAddress,

@@ -1,8 +1,7 @@
 #pragma once
 // Lively values for the demo device: writes, for a step number, a plausible value of every demo
-// detail that lives in coils or holding registers into a slave's image, encoded the way the detail
-// decodes it (type, byte order, scale and offset). Input registers and discrete inputs stay zero:
-// nothing in the program writes them.
+// detail into a slave's image (coils, discrete inputs, input and holding registers), encoded the
+// way the detail decodes it (type, byte order, scale and offset).
 #include <cstdint>
 #include <string>
 #include <vector>

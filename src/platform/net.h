@@ -41,11 +41,15 @@ int Recv(SOCKET s, uint8_t* data, size_t length);
 // Takes whatever bytes have already arrived, without waiting: the count (0 when none are waiting),
 // or -1 when the peer closed or the socket failed. Used to discard what a peer sent too late.
 int RecvWaiting(SOCKET s, uint8_t* data, size_t length);
-// True when the error number is that of a receive time-out (SO_RCVTIMEO ran out).
+// True when the error number is that of a receive time-out (SO_RCVTIMEO ran out, or a signal cut
+// the wait short): the connection itself is not lost.
 bool IsTimeoutError(int error);
 
 // Closes the socket and breaks any call blocked on it in another thread.
 void CloseSocket(SOCKET s);
+// Ends both directions of the connection but keeps the socket open: the peer sees the connection
+// closed, and the owner's next receive returns 0 before it closes the socket itself.
+void ShutdownSocket(SOCKET s);
 
 // Breaks a call blocked on the socket in another thread. POSIX: shuts the socket down and keeps the
 // descriptor, so its number cannot be handed out again while the blocked thread still uses it; the

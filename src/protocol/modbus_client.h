@@ -43,11 +43,27 @@ enum class TransportFailure {
     CrcError,        // an RTU-over-TCP response whose CRC does not match
 };
 
+// What the slave is about to send for one request: the request as it came and the response frame
+// as built (MBAP or RTU with its CRC). A response filter (the command line's fault simulator) may
+// change the frame, or keep it back, before it goes out.
+struct SlaveAnswer {
+    bool isTcp = false;
+    SOCKET client = INVALID_SOCKET;
+    const Modbus::Bytes* request = nullptr;  // null when a response is sent outside a request
+    Modbus::Bytes frame;
+};
+enum class SlaveAnswerAction {
+    Send,             // send the (possibly changed) frame
+    Withhold,         // send nothing
+    CloseConnection,  // send nothing and end the TCP client's connection
+};
+
 class ModbusClient {
 public:
     using LogCallback = std::function<void(const std::string&)>;
     using RegisterChangedCallback = std::function<void(uint16_t, const std::vector<uint16_t>&)>;
     using CoilsChangedCallback = std::function<void(uint16_t, const std::vector<bool>&)>;
+    using ResponseFilter = std::function<SlaveAnswerAction(SlaveAnswer&)>;
 
     ModbusClient();
     ~ModbusClient();
@@ -102,6 +118,9 @@ public:
     SlaveRegisterImage& Image() { return image; }
     void SetRegisterChangedCallback(RegisterChangedCallback callback) { registerChanged = std::move(callback); }
     void SetCoilsChangedCallback(CoilsChangedCallback callback) { coilsChanged = std::move(callback); }
+    // Set before Connect; runs on the server thread for every response, after the response delay.
+    // Without one (the window never sets one) the slave sends exactly what it built.
+    void SetResponseFilter(ResponseFilter filter) { responseFilter = std::move(filter); }
     uint32_t responseDelayMs = 0;
     bool exceptionInjectionEnabled = false;
     uint8_t exceptionInjectionCode = 4;
@@ -196,4 +215,7 @@ private:
     LogCallback onLog;
     RegisterChangedCallback registerChanged;
     CoilsChangedCallback coilsChanged;
+    ResponseFilter responseFilter;
+    // The request ProcessRequest is answering, for the response filter.
+    const Modbus::Bytes* requestBeingAnswered = nullptr;
 };

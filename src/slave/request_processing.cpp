@@ -113,6 +113,11 @@ bool ModbusClient::IsInjectedAddress(uint16_t address) const {
 }
 
 void ModbusClient::ProcessRequest(const Modbus::Bytes& frame, SOCKET client) {
+    // The response filter is told which request a response answers; only while this one runs.
+    struct Answering {
+        const Modbus::Bytes*& slot;
+        ~Answering() { slot = nullptr; }
+    } answering{requestBeingAnswered = &frame};
     Request request;
     // A frame from an accepted socket is MBAP-framed, except on the RTU-over-TCP slave.
     if (!DecodeFrame(frame, client != INVALID_SOCKET && !IsRtuOverTcp(), request)) return;
@@ -211,12 +216,22 @@ void ModbusClient::SendResponse(bool isTcp, SOCKET client, uint16_t transactionI
                                 uint8_t functionCode, const Modbus::Bytes& data) {
     // A slow device, simulated; applies to exceptions as well.
     if (responseDelayMs != 0) platform::SleepMilliseconds(responseDelayMs);
+    Modbus::Bytes frame = isTcp ? BuildTcpFrame(transactionId, unitId, functionCode, data)
+                                : BuildRtuRequest(unitId, functionCode, data);
+    if (responseFilter) {
+        // The one place where a simulator reshapes what goes out; the slave's own paths never see it.
+        SlaveAnswer answer{isTcp, client, requestBeingAnswered, std::move(frame)};
+        const SlaveAnswerAction action = responseFilter(answer);
+        if (action == SlaveAnswerAction::CloseConnection && client != INVALID_SOCKET) {
+            platform::ShutdownSocket(client);
+        }
+        if (action != SlaveAnswerAction::Send) return;
+        frame = std::move(answer.frame);
+    }
     if (isTcp) {
-        const Modbus::Bytes frame = BuildTcpFrame(transactionId, unitId, functionCode, data);
         TcpSend(client, frame.data(), frame.size());
     } else {
         // The RTU frame goes to the serial line, or to the client socket of the RTU-over-TCP slave.
-        const Modbus::Bytes frame = BuildRtuRequest(unitId, functionCode, data);
         if (client != INVALID_SOCKET) {
             TcpSend(client, frame.data(), frame.size());
         } else {

@@ -75,6 +75,16 @@ void SlaveRegisterImage::SetHoldingRegisters(uint16_t start, const std::vector<u
     WriteBlock(holdingRegisters_, start, values);
 }
 
+void SlaveRegisterImage::SetDiscreteInputs(uint16_t start, const std::vector<bool>& values) {
+    std::lock_guard<std::mutex> lock(mutex_);
+    WriteBlock(discreteInputs_, start, values);
+}
+
+void SlaveRegisterImage::SetInputRegisters(uint16_t start, const std::vector<uint16_t>& values) {
+    std::lock_guard<std::mutex> lock(mutex_);
+    WriteBlock(inputRegisters_, start, values);
+}
+
 std::vector<bool> SlaveRegisterImage::GetCoils(uint16_t start, uint16_t count) const {
     std::lock_guard<std::mutex> lock(mutex_);
     return ReadBlock<uint8_t, bool>(coils_, start, count);

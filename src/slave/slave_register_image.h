@@ -17,6 +17,10 @@ public:
     // no list of bits in between: a request may write 65,535 coils.
     void SetCoilsPacked(uint16_t start, uint16_t count, const uint8_t* bytes, size_t byteCount);
     void SetHoldingRegisters(uint16_t start, const std::vector<uint16_t>& values);
+    // The two tables a remote master can only read. The window never writes them (they read as
+    // zero there); the command-line simulator seeds them.
+    void SetDiscreteInputs(uint16_t start, const std::vector<bool>& values);
+    void SetInputRegisters(uint16_t start, const std::vector<uint16_t>& values);
     std::vector<bool> GetCoils(uint16_t start, uint16_t count) const;
     std::vector<bool> GetDiscreteInputs(uint16_t start, uint16_t count) const;
     std::vector<uint16_t> GetHoldingRegisters(uint16_t start, uint16_t count) const;

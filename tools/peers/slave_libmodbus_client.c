@@ -5,6 +5,7 @@
  *
  * Each OP runs in order on one connection and prints one line:
  *   unit:N           use unit id N from here on                 -> "unit N"
+ *   timeout:MS       wait MS ms for each response from here on  -> "timeout MS"
  *   rc:A:N rd:A:N    read coils / discrete inputs               -> "rc A b b ..."
  *   rh:A:N ri:A:N    read holding / input registers             -> "rh A v v ..."
  *   wc:A:B           write one coil (0 or 1)                    -> "wc A ok"
@@ -33,7 +34,8 @@ static int ParseList(const char* text, uint16_t* out, int max) {
 }
 
 static void Failed(const char* op, int address) {
-    if (errno > MODBUS_ENOBASE && errno < MODBUS_ENOBASE + 64) {
+    /* Modbus exception codes 1..11; the errors after them (bad CRC, bad data, ...) print their text. */
+    if (errno > MODBUS_ENOBASE && errno <= MODBUS_ENOBASE + 11) {
         printf("%s %d exception %d\n", op, address, errno - MODBUS_ENOBASE);
     } else {
         printf("%s %d error %s\n", op, address, modbus_strerror(errno));
@@ -50,6 +52,12 @@ static int RunOp(modbus_t* ctx, const char* operation) {
         const int unit = atoi(rest);
         modbus_set_slave(ctx, unit);
         printf("unit %d\n", unit);
+        return 0;
+    }
+    if (strcmp(op, "timeout") == 0) {
+        const int ms = atoi(rest);
+        modbus_set_response_timeout(ctx, (uint32_t)(ms / 1000), (uint32_t)(ms % 1000) * 1000);
+        printf("timeout %d\n", ms);
         return 0;
     }
     char* end = NULL;

@@ -93,6 +93,10 @@ void CloseSocket(SOCKET s) {
     if (s != INVALID_SOCKET) closesocket(s);
 }
 
+void ShutdownSocket(SOCKET s) {
+    if (s != INVALID_SOCKET) shutdown(s, SD_BOTH);
+}
+
 bool InterruptSocket(SOCKET s) {
     CloseSocket(s);
     return true;
