@@ -21,6 +21,10 @@
 #              --timeout BENCH_SCAN_TIMEOUT ms, default 20); requests and time to map 10,000 registers
 #              with five refused addresses, against 10,000 single-register reads (address by address);
 #              times are the wall time of each kestrel-cli run
+#  10 mqtt     kestrel-cli poll --mqtt: 1,000 details every 100 ms bridged to a local mosquitto at QoS 0
+#              and 1: messages/s delivered, cycle-end-to-receipt delay, CPU per message, RSS over the
+#              run (tools/bench_mqtt.sh, which also runs alone; BENCH_MQTT_SECONDS, default 60, is
+#              the run per QoS; 600 is the ten-minute memory run)
 # Rows 1 and 2 also show the floor: a client and a server that make only the two system calls a
 # transaction needs and nothing else; their ratio against libmodbus is the most any master or
 # slave can reach on this machine.
@@ -57,7 +61,7 @@ bash tools/setup.sh >/dev/null
 cmake --preset linux-release -B "$build" -DKESTREL_BUILD_TESTS=OFF >/dev/null
 cmake --build "$build" -j2 --target kestrel-cli kestrel_bench_master kestrel_bench_slave kestrel_bench_polling \
   kestrel_bench_memory kestrel_bench_trace_memory kestrel_bench_raw_peer kestrel_bench_libmodbus_master \
-  kestrel_bench_libmodbus_server kestrel_bench_rtu_over_tcp >/dev/null
+  kestrel_bench_libmodbus_server kestrel_bench_rtu_over_tcp kestrel_bench_mqtt >/dev/null
 bin="$root/$build/bench"
 cli="$root/$build/src/cli/kestrel-cli"
 
@@ -365,6 +369,8 @@ row "9 map 0-9999, 5 refused: requests / s" \
   "$(requests_of "$work/scan-map.err") / $map_s" "10000 / $single_s" \
   "$(ratio "$(requests_of "$work/scan-map.err")" 10000)"
 row "9   ranges found" "$(($(wc -l <"$work/scan-map.csv") - 1))" "" ""
+BENCH_MQTT_NO_BUILD=1 BENCH_BUILD_DIR="$build" BENCH_OUT="$table" bash tools/bench_mqtt.sh >/dev/null
+tail -n 11 "$table"
 echo | tee -a "$table"
 echo "Total time $(( $(date +%s) - started )) s." | tee -a "$table"
 if [ -n "$out" ]; then cp "$table" "$out"; fi

@@ -182,6 +182,20 @@ TEST_F(MqttBridge, SigtermIsACleanStopThatSaysOffline) {
     EXPECT_EQ(sub.Messages().back(), "0 " + kBase + "status offline");
 }
 
+TEST_F(MqttBridge, ADeviceThatGoesAwayIsPublishedAsInvalid) {
+    Broker broker(dir, "allow_anonymous true\n");
+    Subscriber sub(broker, "werk/#");
+    ASSERT_TRUE(sub.WaitSubscribed("werk/probe"));
+    ChildProcess bridge(CliArgs(PollArgs(broker, {"--mqtt-qos", "1"})));
+    ASSERT_TRUE(sub.WaitFor(kBase + R"(Int16 {"value": -2,)"));
+    slave.Disconnect();
+    ASSERT_TRUE(sub.WaitFor(kBase + R"(Int16 {"value": null, "text": "[Fehler]", "unit": "", "valid": false, )"))
+        << sub.child->Stdout();
+    bridge.Signal(SIGTERM);
+    EXPECT_EQ(bridge.Wait(10000), 0) << bridge.Stderr();
+    ASSERT_TRUE(sub.WaitFor(kBase + "status offline"));
+}
+
 TEST_F(MqttBridge, RetainedValuesReachALateSubscriber) {
     Broker broker(dir, "allow_anonymous true\n");
     ASSERT_EQ(Cli(PollArgs(broker, {"--cycles", "1", "--mqtt-retain"})).exitCode, 0);
