@@ -11,6 +11,7 @@
 //   process_cpu_us_per_s CPU time of the whole kestrel-cli process per second of the run
 //   rss_kb               the process's RSS at the start of the measured run, at its end, its
 //                        lowest and its highest sample (one sample a second)
+//   rss_kb_series        the RSS at every tenth of the run
 // Usage: kestrel_bench_mqtt CLI BROKER_PORT QOS SECONDS [--no-mqtt]
 //   --no-mqtt polls the same structure without the bridge (process CPU of polling alone).
 #include <mosquitto.h>
@@ -228,11 +229,13 @@ int main(int argc, char** argv) {
     const auto started = std::chrono::steady_clock::now();
     const long rssStart = RssKb(child);
     long rssMin = rssStart, rssMax = rssStart, rssEnd = rssStart;
+    std::vector<long> rssSeries;  // at every tenth of the run
     for (int s = 0; s < seconds; ++s) {
         std::this_thread::sleep_until(started + std::chrono::seconds(s + 1));
         rssEnd = RssKb(child);
         rssMin = std::min(rssMin, rssEnd);
         rssMax = std::max(rssMax, rssEnd);
+        if ((s + 1) * 10 / seconds != s * 10 / seconds) rssSeries.push_back(rssEnd);
     }
     const long processEnd = CpuTicks(procStat);
     const long bridgeEnd = bridgeStat.empty() ? 0 : CpuTicks(bridgeStat);
@@ -265,6 +268,9 @@ int main(int argc, char** argv) {
                 count > 0 ? static_cast<double>(bridgeEnd - bridgeStart) * tickUs / static_cast<double>(count) : 0.0);
     std::printf("process_cpu_us_per_s %.0f\n", static_cast<double>(processEnd - processStart) * tickUs / elapsed);
     std::printf("rss_kb %ld %ld %ld %ld\n", rssStart, rssEnd, rssMin, rssMax);
+    std::printf("rss_kb_series");
+    for (const long rss : rssSeries) std::printf(" %ld", rss);
+    std::printf("\n");
     std::printf("exit_status %d\n", WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status));
     return 0;
 }

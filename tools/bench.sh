@@ -418,7 +418,7 @@ row "9 map 0-9999, 5 refused: requests / s" \
   "$(ratio "$(requests_of "$work/scan-map.err")" 10000)"
 row "9   ranges found" "$(($(wc -l <"$work/scan-map.csv") - 1))" "" ""
 BENCH_MQTT_NO_BUILD=1 BENCH_BUILD_DIR="$build" BENCH_OUT="$table" bash tools/bench_mqtt.sh >/dev/null
-tail -n 11 "$table"
+tail -n 13 "$table"
 mfig() { echo "$(fmt "$(median <"$1")") [$(spread "$1")]"; }
 row "11 monitor, gapless stream, frames recovered/s" "$(mfig "$work/mon-clean-frames_per_s")" "" ""
 row "11   recovered exactly, %" "$(mfig "$work/mon-clean-exact_share_percent")" "" ""

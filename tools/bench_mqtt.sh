@@ -65,6 +65,7 @@ for q in 0 1; do
     "$(awk -v c="$(field process_cpu_us_per_s 2 "$f")" -v r="$rate" 'BEGIN { printf "%.2f", (r > 0) ? c / r : 0 }')" "" ""
   row "10   RSS KiB over ${seconds} s: start / end (min-max)" \
     "$(field rss_kb 2 "$f") / $(field rss_kb 3 "$f") ($(field rss_kb 4 "$f")-$(field rss_kb 5 "$f"))" "" ""
+  row "10   RSS KiB at every tenth of the run" "$(awk '$1 == "rss_kb_series" { $1 = ""; print substr($0, 2) }' "$f")" "" ""
 done
 # The same polling without --mqtt, for scale: what the process needs to poll 1,000 details every
 # 100 ms. On a machine shared with other work this figure moves from run to run by tens of percent,

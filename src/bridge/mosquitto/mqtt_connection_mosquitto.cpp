@@ -330,7 +330,8 @@ struct MqttConnection::Impl {
     void MarkPublished(int mid) {
         const auto at = std::find_if(inFlight.begin(), inFlight.end(), [mid](const auto& m) { return m.first == mid; });
         if (at == inFlight.end()) {
-            publishedEarly.insert(mid);
+            // Only a QoS 0 message is written (and reported) inside mosquitto_publish itself.
+            if (settings.qos == 0) publishedEarly.insert(mid);
             return;
         }
         inFlight.erase(at);
