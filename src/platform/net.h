@@ -41,7 +41,8 @@ int Recv(SOCKET s, uint8_t* data, size_t length);
 // Takes whatever bytes have already arrived, without waiting: the count (0 when none are waiting),
 // or -1 when the peer closed or the socket failed. Used to discard what a peer sent too late.
 int RecvWaiting(SOCKET s, uint8_t* data, size_t length);
-// True when the error number is that of a receive time-out (SO_RCVTIMEO ran out).
+// True when the error number is that of a receive time-out (SO_RCVTIMEO ran out, or a signal cut
+// the wait short): the connection itself is not lost.
 bool IsTimeoutError(int error);
 
 // Closes the socket and breaks any call blocked on it in another thread.

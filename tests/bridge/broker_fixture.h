@@ -77,7 +77,6 @@ public:
         std::vector<std::string> argv = {"mosquitto_sub", "-h", "127.0.0.1", "-p", std::to_string(port), "-t",
                                          filter,          "-F", "%r %t %p", "-q", "1"};
         argv.insert(argv.end(), extra.begin(), extra.end());
-        extraArgs = extra;
         child = std::make_unique<ChildProcess>(argv);
     }
 
@@ -120,7 +119,6 @@ public:
 
     uint16_t port;
     std::string filter;
-    std::vector<std::string> extraArgs;
     std::unique_ptr<ChildProcess> child;
 };
 

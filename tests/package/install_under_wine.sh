@@ -102,6 +102,13 @@ if [ -n "$reader" ]; then
   grep -qx "FileDescription: Kestrel - Modbus TCP/RTU master and slave" <<<"$details" ||
     fail "installed Kestrel.exe: no file description"
   grep -qx "LegalCopyright: Copyright (c) 2026 Kestrel developers" <<<"$details" || fail "installed Kestrel.exe: no copyright"
+  # The installer and the uninstaller show the application's icon (its four images), not NSIS's.
+  for exe in "$installer" 'C:\KestrelTest\Uninstall.exe'; do
+    icons=$(timeout 60 wine "$reader" "$exe" icons </dev/null 2>&1 7>&- | tr -d '\r')
+    echo "$(basename "$exe"): $icons"
+    grep -q "^icon group [0-9]*: 4 images: 256x256x32 48x48x32 32x32x32 16x16x32$" <<<"$icons" ||
+      fail "$exe does not carry the application icon"
+  done
 fi
 
 help=$(timeout 60 wine 'C:\KestrelTest\kestrel-cli.exe' --help </dev/null 7>&- 2>&1)

@@ -13,12 +13,16 @@
 #include <gtest/gtest.h>
 
 #include <cstdio>
+#include <cstdlib>
+#include <string>
 
 #include "dialog_driver.h"
 #include "gui_harness.h"
 #include "ui/app.h"
 #include "ui/control_ids.h"
+#include "ui/controls.h"
 #include "ui/detail_dialog.h"
+#include "ui/structures_page.h"
 #include "ui_test_support.h"
 
 namespace {
@@ -50,7 +54,21 @@ const PageSpots kSpots[ui::kPageCount] = {
     {"alarms", {600, 795}, {235, 200}},        // right of the buttons; the end of the counter
 };
 
-class Screens : public WindowTest {};
+// The prefix the runner was asked for (tools/wine-gui-run.sh passes KESTREL_GUI_THEME on): there
+// the theme must be active, or must not be.
+class Screens : public WindowTest {
+protected:
+    void SetUp() override {
+        WindowTest::SetUp();
+        const char* variable = std::getenv("KESTREL_GUI_THEME");
+        const std::string wanted = variable != nullptr ? variable : "";
+        if (wanted == "light") {
+            EXPECT_TRUE(Themed()) << "light.msstyles is not active";
+        } else if (wanted == "none") {
+            EXPECT_FALSE(Themed()) << "a theme is active";
+        }
+    }
+};
 
 TEST_P(Screens, EveryPageShowsItsLabelsOnTheTabBodyInTheButtonFaceColour) {
     const COLORREF face = GetSysColor(COLOR_BTNFACE);
@@ -103,6 +121,32 @@ TEST_P(Screens, DetailDialog) {
                                   ClickChild(d, id::kDetailCancel);
                               }});
     EXPECT_TRUE(ran);
+}
+
+// The README's picture of the Structures page: the demo device served by this program itself (Slave
+// role) and polled, on a free port instead of its 1502.
+TEST_P(Screens, StructuresPagePollingTheDemoDevice) {
+    SelectTab(ui::kStructuresPage);
+    Click(id::kStructureDemo);
+    ModbusStructure demo = ui::Store().Structures().at(0);
+    const uint16_t port = FreeTcpPort();
+    demo.port = port;
+    ASSERT_TRUE(ui::Store().UpdateStructureFields(demo.id, demo));
+    ui::structures_page::RefreshLists();
+    ConnectTcp(port, false);
+    ASSERT_TRUE(ui::MainConnection().IsConnected());
+    SelectTab(ui::kStructuresPage);
+    SelectListRow(Control(id::kStructureList), 0);
+    Type(id::kStructurePollInterval, L"250");
+    Click(id::kStructurePollStart);
+    ASSERT_TRUE(ui::Poller().IsRunning());
+    // The demo device's data is German in both languages; its last detail is "Spannung".
+    EXPECT_TRUE(PumpUntil([] { return Text(id::kLiveValues).find(L"Spannung") != std::wstring::npos; }, 5000))
+        << ui::Utf8(Text(id::kLiveValues));
+    Pump(600);
+    Screenshot(Prefix() + Style() + "structures-polling-demo");
+    Click(id::kStructurePollStop);
+    Click(id::kConnect);
 }
 
 INSTANTIATE_TEST_SUITE_P(, Screens, testing::Values(1, 0), LanguageName);

@@ -182,6 +182,8 @@ def main():
             client, _ = listener.accept()
         except socket.timeout:
             break
+        if args.clients and clients >= args.clients:
+            listener.close()  # the last client: from now on a connect is refused, not left in the backlog
         client.setsockopt(socket.IPPROTO_TCP, socket.TCP_NODELAY, 1)
         client.settimeout(max(0.1, deadline - time.monotonic()))
         try:

@@ -12,6 +12,7 @@
 #include <fcntl.h>
 #include <mosquitto.h>
 #include <poll.h>
+#include <pthread.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
@@ -33,7 +34,9 @@
 namespace {
 
 constexpr int kKeepAliveSeconds = 30;
-constexpr size_t kInFlightWindow = 100;     // handed to the library, not yet taken by the broker
+// Handed to the library and not yet taken by the broker: a whole cycle of 1,000 details fits, so
+// QoS 1 does not wait for acknowledgements in the middle of a cycle.
+constexpr size_t kInFlightWindow = 1000;
 constexpr int64_t kConnectTimeoutMs = 10000;  // a connection attempt without an answer is given up
 constexpr uint32_t kFirstAttemptWaitMs = 3000;
 constexpr int kIdleWakeMs = 100;  // keep-alive and deadlines are looked at this often
@@ -445,6 +448,7 @@ struct MqttConnection::Impl {
     }
 
     void Run() {
+        pthread_setname_np(pthread_self(), "kestrel-mqtt");  // shown by top -H, found by the benchmark
         while (!failed) {
             bool stopping = false;
             int64_t deadlineMs = 0;
@@ -509,13 +513,17 @@ bool MqttConnection::Start() {
 }
 
 void MqttConnection::Publish(std::string topic, std::string payload, bool retain) {
+    bool wasEmpty = false;
     {
         std::lock_guard<std::mutex> lock(impl_->mutex);
         if (impl_->stopRequested) return;
         if (impl_->settings.qos == 0 && !impl_->acceptingQosZero) return;
+        wasEmpty = impl_->queue.Empty();
         impl_->queue.Push(MqttMessage{std::move(topic), std::move(payload), retain});
     }
-    impl_->Wake();
+    // The bridge thread looks at the whole queue when it wakes: one wake-up per burst is enough
+    // (a cycle of 1,000 details is one write to the pipe, not 1,000).
+    if (wasEmpty) impl_->Wake();
 }
 
 void MqttConnection::Stop(uint32_t drainMs) {

@@ -123,7 +123,9 @@ int RecvWaiting(SOCKET s, uint8_t* data, size_t length) {
     return received == 0 ? -1 : static_cast<int>(received);
 }
 
-bool IsTimeoutError(int error) { return error == EAGAIN || error == EWOULDBLOCK; }
+// A receive with SO_RCVTIMEO is not restarted after a signal handler (Ctrl-C in a command) and
+// fails with EINTR: a wait cut short, like a time-out; the connection is still there.
+bool IsTimeoutError(int error) { return error == EAGAIN || error == EWOULDBLOCK || error == EINTR; }
 
 void CloseSocket(SOCKET s) {
     if (s == INVALID_SOCKET) return;
