@@ -103,9 +103,8 @@ int RunBusMonitor(const MonitorOptions& options, const std::function<bool()>& st
     SplitFrame frame;
     while (!stopRequested()) {
         const int64_t nowUs = platform::MonotonicMicroseconds();
-        if (options.durationSeconds != 0 && nowUs - startUs >= static_cast<int64_t>(options.durationSeconds) * 1000000) {
-            break;
-        }
+        const int64_t durationUs = static_cast<int64_t>(options.durationSeconds) * 1000000;
+        if (options.durationSeconds != 0 && nowUs - startUs >= durationUs) break;
         size_t received = 0;
         if (!platform::SerialReadAvailable(port.Handle(), buffer.data(), buffer.size(), kReadWaitMs, received)) {
             output.message(T("RTU recv error.", "RTU recv Fehler."));
