@@ -173,9 +173,43 @@ def decode_seeds():
           + bytes([0]) + regs)
 
 
+def rtu(unit, fc, data):
+    frame = bytes([unit, fc]) + bytes(data)
+    return frame + struct.pack("<H", crc16(frame))
+
+
+def monitor_read(data, pause=80, decide_later=False):
+    """One read of the monitor harness: length (high bit: decide 150 ms later), pause in 250 us."""
+    return bytes([len(data) | (0x80 if decide_later else 0), pause]) + data
+
+
+def monitor_seeds():
+    exchanges = [
+        (rtu(1, 3, [0, 0, 0, 2]), rtu(1, 3, [4, 0, 10, 0, 20])),
+        (rtu(1, 6, [0, 1, 0, 3]), rtu(1, 0x86, [2])),
+        (rtu(17, 16, [0, 1, 0, 2, 4, 0, 10, 1, 2]), rtu(17, 16, [0, 1, 0, 2])),
+        (rtu(2, 8, [0, 0, 0xA5, 0x37]), rtu(2, 8, [0, 0, 0xA5, 0x37])),
+        (rtu(17, 43, [14, 1, 0]), rtu(17, 43, [14, 1, 1, 0, 0, 1, 0, 3]) ),
+        (rtu(2, 7, []), rtu(2, 7, [0x6D])),
+        (rtu(17, 24, [4, 0xDE]), rtu(17, 24, [0, 6, 0, 2, 1, 0xB8, 0x12, 0x84])),
+    ]
+    gaps = b"".join(monitor_read(r) + monitor_read(a) for r, a in exchanges)
+    write("monitor", "every_code_with_gaps", gaps)
+    stream = b"".join(r + a for r, a in exchanges)
+    write("monitor", "back_to_back", monitor_read(stream[:127], 0) + monitor_read(stream[127:], 0, True))
+    split = b"".join(monitor_read(f[:3], 8) + monitor_read(f[3:], 8) for r, a in exchanges for f in (r, a))
+    write("monitor", "split_frames", split)
+    bad = bytearray(exchanges[0][1])
+    bad[-1] ^= 0x5A
+    write("monitor", "noise_and_bad_crc", monitor_read(b"\x00") + monitor_read(exchanges[0][0]) + monitor_read(b"\xff\xfe")
+          + monitor_read(bytes(bad)) + monitor_read(exchanges[1][0] + b"\x00" + exchanges[1][1], 80, True))
+    write("monitor", "unknown_code", monitor_read(rtu(5, 0x41, [1, 2, 3])) + monitor_read(exchanges[0][0][:5], 80, True))
+
+
 if __name__ == "__main__":
     master_seeds()
     slave_tcp_seeds()
     slave_rtu_seeds()
     structures_seeds()
     decode_seeds()
+    monitor_seeds()

@@ -25,6 +25,10 @@
 #              and 1: messages/s delivered, cycle-end-to-receipt delay, CPU per message, RSS over the
 #              run (tools/bench_mqtt.sh, which also runs alone; BENCH_MQTT_SECONDS, default 60, is
 #              the run per QoS; 600 is the ten-minute memory run)
+#  11 monitor  the bus monitor's frame recovery on a continuous stream without any gap (the worst
+#              case for a silence-based splitter): frames recovered per second, the share recovered
+#              exactly and CPU per frame, in-process (also with a noise byte every 10 frames) and
+#              through kestrel-cli monitor listening on a pty that a burst is written to
 # Rows 1 and 2 also show the floor: a client and a server that make only the two system calls a
 # transaction needs and nothing else; their ratio against libmodbus is the most any master or
 # slave can reach on this machine.
@@ -37,6 +41,7 @@
 # BENCH_SECONDS per throughput run (default 0.7), BENCH_CLI_READS (default 20000),
 # BENCH_TRACE_TRANSACTIONS (default 1000000), BENCH_CHURN (default 10000), BENCH_OUT (a file that
 # also receives the table); for row 7 BENCH_WINDOW_BUILD_DIR (default build/windows),
+# BENCH_MONITOR_FRAMES (default 1000000, in-process) and BENCH_MONITOR_PTY_FRAMES (default 100000);
 # BENCH_WINDOW_LINES (default 100000), BENCH_WINDOW_ROUNDS (default 1) and BENCH_WINDOW_SECONDS, the
 # most a round of appends may take (default 60; a round that runs out stops early and the row says
 # how many lines it appended).
@@ -54,6 +59,8 @@ window_build=${BENCH_WINDOW_BUILD_DIR:-build/windows}
 window_lines=${BENCH_WINDOW_LINES:-100000}
 window_rounds=${BENCH_WINDOW_ROUNDS:-1}
 window_seconds=${BENCH_WINDOW_SECONDS:-60}
+monitor_frames=${BENCH_MONITOR_FRAMES:-1000000}
+monitor_pty_frames=${BENCH_MONITOR_PTY_FRAMES:-100000}
 scan_timeout=${BENCH_SCAN_TIMEOUT:-20}
 started=$(date +%s)
 
@@ -61,7 +68,7 @@ bash tools/setup.sh >/dev/null
 cmake --preset linux-release -B "$build" -DKESTREL_BUILD_TESTS=OFF >/dev/null
 cmake --build "$build" -j2 --target kestrel-cli kestrel_bench_master kestrel_bench_slave kestrel_bench_polling \
   kestrel_bench_memory kestrel_bench_trace_memory kestrel_bench_raw_peer kestrel_bench_libmodbus_master \
-  kestrel_bench_libmodbus_server kestrel_bench_rtu_over_tcp kestrel_bench_mqtt >/dev/null
+  kestrel_bench_libmodbus_server kestrel_bench_rtu_over_tcp kestrel_bench_mqtt kestrel_bench_monitor >/dev/null
 bin="$root/$build/bench"
 cli="$root/$build/src/cli/kestrel-cli"
 
@@ -257,6 +264,47 @@ timeout 300 "${pin[@]}" "$bin/kestrel_bench_memory" churn "$churn" >"$work/mem-c
 "$bin/kestrel_bench_trace_memory" per-frame >"$work/mem-frame"
 "$bin/kestrel_bench_trace_memory" rss 1000000 1000000 >"$work/rss-uncapped"
 
+# --- 11: the bus monitor on a gapless stream ---
+for _ in $(seq 1 "$rounds"); do
+  "${pin[@]}" "$bin/kestrel_bench_monitor" splitter "$monitor_frames" 0 >"$work/mon-run"
+  for k in frames_per_s exact_share_percent cpu_ns_per_frame; do val "$k" "$work/mon-run" >>"$work/mon-clean-$k"; done
+  "${pin[@]}" "$bin/kestrel_bench_monitor" splitter "$monitor_frames" 10 >"$work/mon-run"
+  for k in frames_per_s exact_share_percent cpu_ns_per_frame noise_bytes; do val "$k" "$work/mon-run" >>"$work/mon-noise-$k"; done
+done
+# Through the program: kestrel-cli monitor on one end of a pty pair, a burst written to the other;
+# done when the CSV holds every row. CPU is the monitor process's user + system time.
+monitor_pty_ok=0
+if command -v socat >/dev/null 2>&1; then
+  timeout 300 socat pty,raw,echo=0,link="$work/ttyC" pty,raw,echo=0,link="$work/ttyD" 2>/dev/null &
+  pids+=($!)
+  for _ in $(seq 1 100); do [ -e "$work/ttyC" ] && [ -e "$work/ttyD" ] && break; sleep 0.05; done
+  monitor_pty_ok=1
+  for _ in $(seq 1 "$rounds"); do
+    # No timeout wrapper: its pid must be the monitor's own for /proc; the round stops it below.
+    "${pin[@]}" "$cli" --lang en monitor --rtu "$work/ttyC" --baud 115200 --quiet --csv "$work/mon.csv" \
+      >"$work/mon.out" 2>"$work/mon.err" &
+    mpid=$!
+    pids+=("$mpid")
+    for _ in $(seq 1 200); do grep -q 'Listening on' "$work/mon.err" && break; sleep 0.02; done
+    t0=$(now_ns)
+    "${pin[@]}" "$bin/kestrel_bench_monitor" write "$work/ttyD" "$monitor_pty_frames" "$work/mon-expected"
+    for _ in $(seq 1 6000); do
+      [ "$(wc -l <"$work/mon.csv")" -gt "$monitor_pty_frames" ] && break
+      sleep 0.01
+    done
+    t1=$(now_ns)
+    ticks=$(awk '{print $14 + $15}' "/proc/$mpid/stat" 2>/dev/null || echo 0)
+    kill -INT "$mpid" 2>/dev/null; wait "$mpid" 2>/dev/null || true
+    rows=$(($(wc -l <"$work/mon.csv") - 1))
+    exact=$(tail -n +2 "$work/mon.csv" | awk -F';' '{print $NF}' | paste -d'|' - "$work/mon-expected" \
+      | awk -F'|' '$1 == $2 {n++} END {print n + 0}')
+    awk -v n="$rows" -v a="$t0" -v b="$t1" 'BEGIN { printf "%.0f\n", n / ((b - a) / 1e9) }' >>"$work/mon-pty-fps"
+    awk -v e="$exact" -v n="$monitor_pty_frames" 'BEGIN { printf "%.3f\n", 100 * e / n }' >>"$work/mon-pty-exact"
+    awk -v t="$ticks" -v hz="$(getconf CLK_TCK)" -v n="$rows" 'BEGIN { printf "%.2f\n", (n > 0) ? t / hz * 1e6 / n : 0 }' \
+      >>"$work/mon-pty-cpu"
+  done
+fi
+
 # --- 7: the window under Wine (not pinned: the program, the wineserver and the X server share both
 # vCPUs as they do for a user) ---
 window_status=""
@@ -371,6 +419,21 @@ row "9 map 0-9999, 5 refused: requests / s" \
 row "9   ranges found" "$(($(wc -l <"$work/scan-map.csv") - 1))" "" ""
 BENCH_MQTT_NO_BUILD=1 BENCH_BUILD_DIR="$build" BENCH_OUT="$table" bash tools/bench_mqtt.sh >/dev/null
 tail -n 11 "$table"
+mfig() { echo "$(fmt "$(median <"$1")") [$(spread "$1")]"; }
+row "11 monitor, gapless stream, frames recovered/s" "$(mfig "$work/mon-clean-frames_per_s")" "" ""
+row "11   recovered exactly, %" "$(mfig "$work/mon-clean-exact_share_percent")" "" ""
+row "11   CPU per frame, ns" "$(mfig "$work/mon-clean-cpu_ns_per_frame")" "" ""
+row "11   noise byte every 10 frames: frames/s" "$(mfig "$work/mon-noise-frames_per_s")" "" ""
+row "11   ... recovered exactly, %; noise bytes counted" \
+  "$(fmt "$(median <"$work/mon-noise-exact_share_percent")"); $(median <"$work/mon-noise-noise_bytes")" "" ""
+row "11   ... CPU per frame, ns" "$(mfig "$work/mon-noise-cpu_ns_per_frame")" "" ""
+if [ "$monitor_pty_ok" = 1 ]; then
+  row "11 kestrel-cli monitor on a pty, $monitor_pty_frames frames, /s" "$(mfig "$work/mon-pty-fps")" "" ""
+  row "11   recovered exactly, %" "$(mfig "$work/mon-pty-exact")" "" ""
+  row "11   CPU per frame (the process, with CSV), us" "$(mfig "$work/mon-pty-cpu")" "" ""
+else
+  row "11 kestrel-cli monitor on a pty" "not run (socat missing)" "" ""
+fi
 echo | tee -a "$table"
 echo "Total time $(( $(date +%s) - started )) s." | tee -a "$table"
 if [ -n "$out" ]; then cp "$table" "$out"; fi

@@ -2,7 +2,7 @@
 # Runs the libFuzzer targets of fuzz/ (clang, AddressSanitizer and UndefinedBehaviorSanitizer).
 #   tools/fuzz.sh TARGET SECONDS [RUNS]
 #                                  fuzz one target for that long, or until RUNS executions (TARGET:
-#                                  master, slave_tcp, slave_rtu, structures, decode, or all for
+#                                  master, slave_tcp, slave_rtu, structures, decode, monitor, or all for
 #                                  each in turn)
 #   tools/fuzz.sh regress          run every target once over its seeds and its regression inputs
 # The seeds are fuzz/corpus/TARGET (kept in the repository); what the fuzzer adds goes to
@@ -13,7 +13,7 @@
 set -euo pipefail
 cd "$(dirname "$0")/.."
 
-targets=(master slave_tcp slave_rtu structures decode)
+targets=(master slave_tcp slave_rtu structures decode monitor)
 # The longest input a target is given (libFuzzer's -max_len; 4096 bytes otherwise). What lies beyond
 # reaches no code a shorter input does not, and long inputs cost time in the fuzzer's bookkeeping:
 #   master: an operation reads one response. RTU: one read of at most 256 bytes. TCP: the MBAP
@@ -25,9 +25,11 @@ targets=(master slave_tcp slave_rtu structures decode)
 #     its own, and what a request leaves behind (the register image) is kept from one input to the
 #     next anyway. A receive takes at most one chunk (127 bytes) and an RTU read at most 256 bytes,
 #     so 1024 bytes hold a session of a dozen requests or more, and the longest frames.
+#   monitor: a frame is at most 256 bytes and the splitter looks at most one frame and the next
+#     one ahead; 2048 bytes hold a few dozen reads with frames, noise and pauses.
 #   structures: the reader handles every structure and detail object alike; 2048 bytes hold two
 #     structures, or one with two or three details (the seeds; with less white space, more).
-declare -A max_len=([master]=1024 [slave_tcp]=1024 [slave_rtu]=1024 [structures]=2048)
+declare -A max_len=([master]=1024 [slave_tcp]=1024 [slave_rtu]=1024 [structures]=2048 [monitor]=2048)
 what="${1:-}"
 seconds="${2:-20}"
 runs="${3:--1}"

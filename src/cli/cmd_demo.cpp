@@ -3,6 +3,8 @@
 // temporary store that never touches the user's structures file.
 #include <cstdio>
 #include <filesystem>
+#include <memory>
+#include <mutex>
 
 #include "cli/command.h"
 #include "cli/mqtt_options.h"
@@ -31,17 +33,35 @@ std::string TemporaryStorePath() {
     return (dir / ("kestrel-demo-" + stamp + ".json")).string();
 }
 
+// What the slave logs while it starts, kept to be printed when the start fails. The callback stays
+// installed for the slave's whole life: replacing it while the slave's thread may be logging its
+// first line would race with that thread. After the start it keeps nothing, since the slave's
+// per-request lines would drown the values.
+struct SlaveStartLog {
+    std::mutex mutex;
+    bool keeping = true;
+    std::vector<std::string> lines;
+};
+
 // Starts the demo slave; on failure prints what the slave logged and returns false.
 bool StartDemoSlave(ModbusClient& slave) {
-    std::vector<std::string> lines;
-    slave.SetLogCallback([&lines](const std::string& line) { lines.push_back(line); });
+    auto log = std::make_shared<SlaveStartLog>();
+    slave.SetLogCallback([log](const std::string& line) {
+        std::lock_guard<std::mutex> lock(log->mutex);
+        if (log->keeping) log->lines.push_back(line);
+    });
     ConnectionConfig config;
     config.transport = 0;
     config.role = 1;
     config.port = kDemoPort;
     config.unitId = 1;
     const bool ok = slave.Connect(config);
-    slave.SetLogCallback(nullptr);  // the slave's per-request lines would drown the values
+    std::vector<std::string> lines;
+    {
+        std::lock_guard<std::mutex> lock(log->mutex);
+        log->keeping = false;
+        lines.swap(log->lines);
+    }
     if (!ok) {
         for (const std::string& line : lines) std::fprintf(stderr, "%s\n", line.c_str());
     }

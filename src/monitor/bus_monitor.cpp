@@ -45,10 +45,11 @@ struct Outputs {
     PcapCapture pcap;
     bool fileFailed = false;
 
+    // The files first: once a frame's line is out, the frame is on disk.
     void Put(const MonitorRecord& record) {
-        if (!options.quiet) output.line(FrameLine(record));
         if (!options.csvPath.empty() && !fileFailed && !csv.Write(record)) Fail(options.csvPath);
         if (!options.pcapPath.empty() && !fileFailed && !pcap.Write(record)) Fail(options.pcapPath);
+        if (!options.quiet) output.line(FrameLine(record));
     }
     void Fail(const std::string& path) {
         fileFailed = true;
@@ -103,9 +104,8 @@ int RunBusMonitor(const MonitorOptions& options, const std::function<bool()>& st
     SplitFrame frame;
     while (!stopRequested()) {
         const int64_t nowUs = platform::MonotonicMicroseconds();
-        if (options.durationSeconds != 0 && nowUs - startUs >= static_cast<int64_t>(options.durationSeconds) * 1000000) {
-            break;
-        }
+        const int64_t durationUs = static_cast<int64_t>(options.durationSeconds) * 1000000;
+        if (options.durationSeconds != 0 && nowUs - startUs >= durationUs) break;
         size_t received = 0;
         if (!platform::SerialReadAvailable(port.Handle(), buffer.data(), buffer.size(), kReadWaitMs, received)) {
             output.message(T("RTU recv error.", "RTU recv Fehler."));

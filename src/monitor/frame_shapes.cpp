@@ -18,7 +18,9 @@ FrameLength Counted(const uint8_t* bytes, size_t available, size_t countAt, size
 }
 
 void AddWords(const std::vector<uint8_t>& frame, size_t from, size_t words, FrameFields& fields) {
-    for (size_t i = 0; i < words && from + 2 * i + 1 < frame.size() - 2; ++i) fields.values.push_back(Word(frame, from + 2 * i));
+    for (size_t i = 0; i < words && from + 2 * i + 1 < frame.size() - 2; ++i) {
+        fields.values.push_back(Word(frame, from + 2 * i));
+    }
 }
 
 void AddBits(const std::vector<uint8_t>& frame, size_t from, size_t bits, FrameFields& fields) {

@@ -4,9 +4,11 @@
 //
 // A frame line:  TIME DIRECTION unit U NAME[, address A][, count C][, values V ...][, exception E]:
 //                STATUS[, RT ms] | BYTES
-//   2026-11-24T06:01:02.345Z request unit 1 FC03 Read Holding Registers, address 0, count 2: ok | 01 03 00 00 00 02 C4 0B
-//   2026-11-24T06:01:02.360Z response unit 1 FC03 Read Holding Registers, count 2, values 10 20: ok, 12.3 ms | 01 03 04 00 0A 00 14 DA 3E
-// (one line each). Times are ISO 8601 UTC with milliseconds; response times have one decimal.
+//   2026-11-24T06:01:02.345Z request unit 1 FC03 Read Holding Registers, address 0, count 2: ok |
+//     01 03 00 00 00 02 C4 0B
+//   2026-11-24T06:01:02.360Z response unit 1 FC03 Read Holding Registers, count 2, values 10 20: ok,
+//     12.3 ms | 01 03 04 00 0A 00 14 DA 3E
+// (one line each; wrapped here). Times are ISO 8601 UTC with milliseconds; response times have one decimal.
 #include <cstdint>
 #include <map>
 #include <string>

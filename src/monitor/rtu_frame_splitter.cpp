@@ -79,6 +79,8 @@ bool RtuFrameSplitter::Decide(bool tailQuiet, bool tailDone, SplitFrame& frame) 
 
 RtuFrameSplitter::Match RtuFrameSplitter::MatchAt(size_t at, bool tailQuiet, bool tailDone) const {
     const size_t available = bytes_.size() - at;
+    // Nothing there yet (a rule length that ends at the end of the data).
+    if (available == 0) return {tailDone ? Outcome::None : Outcome::Incomplete, 0};
     // Unit ids above 247 are reserved and function code 0 does not exist: no frame starts there.
     if (!IsPlausibleUnitId(bytes_[at])) return {Outcome::None, 0};
     if (available < 2) return {tailDone ? Outcome::None : Outcome::Incomplete, 0};
@@ -108,7 +110,8 @@ RtuFrameSplitter::Match RtuFrameSplitter::MatchByLength(size_t at, bool tailDone
             if (rule.kind == LengthKind::NeedMore || rule.length <= kMaximumRtuFrame) incomplete = true;
             continue;
         }
-        if (rule.kind != LengthKind::Known || rule.length < kMinimumRtuFrame || rule.length > kMaximumRtuFrame) continue;
+        if (rule.kind != LengthKind::Known) continue;
+        if (rule.length < kMinimumRtuFrame || rule.length > kMaximumRtuFrame) continue;
         if (CrcRight(at, rule.length)) return {Outcome::Good, rule.length};
     }
     return {incomplete && !tailDone ? Outcome::Incomplete : Outcome::None, 0};
@@ -118,9 +121,17 @@ RtuFrameSplitter::Match RtuFrameSplitter::MatchByCrcAlone(size_t at, bool tailQu
     const size_t available = bytes_.size() - at;
     const size_t longest = std::min(available, kMaximumRtuFrame);
     const uint8_t code = bytes_[at + 1] & 0x7F;
-    const bool spansSilences = code == 8 || code == 43;
-    // The CRC register over a frame and its own CRC (low byte first) ends at zero, so one pass
-    // checks every length.
+    // 08 and 2B are ordinary codes whose length we cannot tell: found anywhere, pauses inside allowed
+    // (a USB adapter hands bytes over in slices). A code we do not know at all is believed only
+    // between two silences: in a stream without gaps, random bytes would pass a CRC too often.
+    const bool ordinary = code == 8 || code == 43;
+    if (!ordinary && !silenceBefore_[at]) return {Outcome::None, 0};
+    // A right CRC followed by something that is no frame (noise) is kept: it is the frame when no
+    // better end turns up.
+    size_t firstRight = 0;
+    const auto giveUp = [&]() -> Match {
+        return firstRight != 0 ? Match{Outcome::Good, firstRight} : Match{Outcome::None, 0};
+    };
     uint16_t crc = 0xFFFF;
     for (size_t length = 1; length <= longest; ++length) {
         crc ^= bytes_[at + length - 1];
@@ -128,14 +139,15 @@ RtuFrameSplitter::Match RtuFrameSplitter::MatchByCrcAlone(size_t at, bool tailQu
         const size_t end = at + length;
         if (length >= kMinimumRtuFrame && crc == 0) {
             if (end == bytes_.size()) return {tailQuiet ? Outcome::Good : Outcome::Incomplete, length};
-            if (silenceBefore_[end] || PlausibleStartAt(end)) return {Outcome::Good, length};
+            if (silenceBefore_[end]) return {Outcome::Good, length};
+            if (ordinary && PlausibleStartAt(end)) return {Outcome::Good, length};
+            if (ordinary && firstRight == 0) firstRight = length;
         }
-        // 08 and 2B frames may hold pauses (a USB adapter hands bytes over in slices); a code we do
-        // not know is taken only in one piece, so noise that looks like one is given up at once.
-        if (!spansSilences && SilenceAt(end, tailQuiet)) return {Outcome::None, 0};
+        if (!ordinary && SilenceAt(end, tailQuiet)) return {Outcome::None, 0};
     }
+    if (firstRight != 0 && (tailQuiet || available >= kMaximumRtuFrame)) return {Outcome::Good, firstRight};
     if (available < kMaximumRtuFrame && !tailDone) return {Outcome::Incomplete, 0};
-    return {Outcome::None, 0};
+    return giveUp();
 }
 
 RtuFrameSplitter::Match RtuFrameSplitter::MatchBadCrc(bool tailQuiet, bool tailDone) const {
@@ -163,7 +175,9 @@ RtuFrameSplitter::Match RtuFrameSplitter::MatchBadCrc(bool tailQuiet, bool tailD
         }
         for (size_t length : lengths) {
             const Match next = MatchAt(at + length, tailQuiet, tailDone);
-            if (next.outcome == Outcome::Good) return {GoodFrameInside(at, length) ? Outcome::None : Outcome::Good, length};
+            if (next.outcome == Outcome::Good) {
+                return {GoodFrameInside(at, length) ? Outcome::None : Outcome::Good, length};
+            }
             if (next.outcome == Outcome::Incomplete) mayEndLater = true;
         }
     }

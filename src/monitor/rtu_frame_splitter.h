@@ -7,12 +7,11 @@
 //   1. Length and CRC: at the current byte, the function code's request and response lengths are
 //      tried (the expected response first, see ExpectResponse); the first whose CRC is right is a
 //      frame, wherever the silences are.
-//   2. CRC alone, for codes without a length rule (08, 2B, unknown ones): the shortest length of 4
-//      to 256 bytes whose CRC is right and that ends at a silence, at the end of the data, or
-//      where a plausible frame (unit id 0..247, a known function code) begins. 08 and 2B frames
-//      may contain visible silences (a pause inside a frame); frames of codes we do not know at
-//      all may not, so that noise which looks like such a code is given up at the first silence.
-//   No frame starts at a unit id above 247 or at function code 0.
+//   2. CRC alone, for 08 and 2B: the shortest length of 4 to 256 bytes whose CRC is right and that
+//      ends at a silence, at the end of the data, or where a plausible frame (unit id 0..247, a
+//      known function code) begins; failing such an end (noise right behind the frame), the shortest
+//      right CRC. Pauses inside are allowed. A code we do not know at all is believed only between
+//      two visible silences, with a right CRC: in a stream without gaps, random bytes would pass.
 //   3. Bad CRC: when no length is right and the bytes start with a plausible unit id and function
 //      code, a length of the rule that ends at a visible silence or exactly where a good frame
 //      begins is a frame with a bad CRC; so are the 4 to 256 bytes up to the next silence when the

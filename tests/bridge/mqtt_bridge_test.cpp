@@ -31,6 +31,10 @@ class MqttBridge : public testing::Test {
 protected:
     void SetUp() override {
         dir = MakeTempDir();
+        // Set before the slave's thread starts, which reads them.
+        slave.exceptionInjectionEnabled = true;
+        slave.exceptionInjectionFrom = 30;
+        slave.exceptionInjectionTo = 30;
         ConnectionConfig config;
         config.role = 1;
         config.port = 0;
@@ -41,9 +45,6 @@ protected:
         image.SetHoldingRegisters(7, {0xFFFF, 0xFFFF, 0xFFFF, 0xFFFF, 0x0020, 0x0000, 0x0000, 0x0001});
         image.SetHoldingRegisters(15, {0x4148, 0x0000, 0x3FF4, 0x0000, 0x0000, 0x0000});
         image.SetHoldingRegisters(21, {0x4142, 0x4322, 0x0000, 0xDEAD, 0x0001});
-        slave.exceptionInjectionEnabled = true;
-        slave.exceptionInjectionFrom = 30;
-        slave.exceptionInjectionTo = 30;
 
         ModbusStructure s;
         s.name = "Anlage 1";
@@ -154,6 +155,18 @@ TEST_F(MqttBridge, PublishesEveryDataTypeTheInvalidReadTheAlarmAndTheStatus) {
     EXPECT_EQ(messages.back(), "0 " + kBase + "status offline");
     Subscriber late(broker, kBase + "status");
     EXPECT_TRUE(late.WaitFor("1 " + kBase + "status offline\n", 5000)) << late.child->Stdout();
+}
+
+TEST_F(MqttBridge, Qos2DeliversEveryValueOnce) {
+    Broker broker(dir, "allow_anonymous true\n");
+    Subscriber sub(broker, "werk/#");
+    ASSERT_TRUE(sub.WaitSubscribed("werk/probe"));
+    const CommandResult r = Cli(PollArgs(broker, {"--cycles", "3", "--mqtt-qos", "2"}));
+    ASSERT_EQ(r.exitCode, 0) << r.err;
+    ASSERT_TRUE(sub.WaitFor(kBase + "status offline"));
+    // 3 cycles of 13 details, the alarm once, online and offline.
+    EXPECT_EQ(sub.Messages().size(), 3u * 13u + 1u + 2u) << sub.child->Stdout();
+    EXPECT_EQ(sub.PayloadsOf(kBase + "Float32").size(), 3u);
 }
 
 TEST_F(MqttBridge, LastWillSaysOfflineWhenTheBridgeIsKilled) {

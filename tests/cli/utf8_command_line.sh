@@ -2,7 +2,8 @@
 # kestrel-cli with "°C" and "Größe" in its arguments and in its structures file prints the same
 # UTF-8 bytes wherever it runs: natively, and as kestrel-cli.exe under Wine through a pipe (both
 # builds run this script, which checks for the exact bytes, "\n" line ends included). Covers
-# decode, structures list/show, and poll against a slave started by the same program.
+# decode, structures list/show/import-csv/export-csv, and poll against a slave started by the same
+# program.
 #   utf8_command_line.sh PROGRAM...   e.g. build/linux/src/cli/kestrel-cli
 #                                     or   tools/wine-run.sh build/windows/src/cli/kestrel-cli.exe
 set -u
@@ -111,6 +112,30 @@ expected=$'Name;RawValue;DisplayValue;Unit\r\nTemperatur;700.000000;20.000 \u00b
 [ "$recorded" = "$expected" ] || { echo "Größe.csv holds:"; od -c Größe.csv | head -20; ls; status=1; }
 [ "$(head -c 4 Größe.pcap 2>/dev/null | od -An -tx1 | tr -d ' ')" = d4c3b2a1 ] || { echo "no capture Größe.pcap"; ls; status=1; }
 
+# A register map with the same words becomes a second structure, named on the command line; it
+# shows, exports and polls with the same bytes.
+printf 'name,address,data_type,unit,scale,offset\nTemperatur,0,UINT16,°C,0.1,-50\nGröße,1,UINT16,mm,1,0\n' \
+  >Kühlwasser.csv
+expect import "Added structure 2 \"Größe Süd\" with 2 details to Größe.json."$'\n' '' \
+  --lang en structures --file Größe.json import-csv Kühlwasser.csv --name "Größe Süd" --ip 127.0.0.1 --port "$port"
+expect show-imported "id: 2
+name: Größe Süd
+description: 
+ip: 127.0.0.1
+port: $port
+unitId: 1
+rtuOverTcp: false
+details: 2
+  3  name=\"Temperatur\" unit=\"°C\" dataType=UINT16 arraySize=1 registerAddress=0 functionCode=3 byteOrder=BIG_ENDIAN scale=0.1 offset=-50 warnLow=0 warnHigh=0 alarmLow=0 alarmHigh=0 alarmOnChange=false widgetType=AUTO
+  4  name=\"Größe\" unit=\"mm\" dataType=UINT16 arraySize=1 registerAddress=1 functionCode=3 byteOrder=BIG_ENDIAN scale=1 offset=0 warnLow=0 warnHigh=0 alarmLow=0 alarmHigh=0 alarmOnChange=false widgetType=AUTO
+" '' --lang en structures --file Größe.json show 2
+expect export "name,function_code,address,data_type,byte_order,array_size,scale,offset,unit,warn_low,warn_high,alarm_low,alarm_high,alarm_on_change
+Temperatur,3,0,UINT16,BIG_ENDIAN,1,0.1,-50,°C,0,0,0,0,false
+Größe,3,1,UINT16,BIG_ENDIAN,1,1,0,mm,0,0,0,0,false
+" '' --lang en structures --file Größe.json export-csv 2
+expect poll-imported $'Temperatur: 20.000 \u00b0C\nGröße: 1234 mm\n' - \
+  --lang en poll --file Größe.json --name "Größe Süd" --cycles 1 --interval 100
+
 # On a console the text shows as the characters it encodes. `script` gives the program a terminal;
 # under Wine that makes a Windows console, which draws its screen onto the terminal with cursor
 # moves (a skipped cell is a cursor step right, kept as a space here).
@@ -128,9 +153,10 @@ on_console() {  # NAME EXPECTED PROGRAM_ARGS...
   fi
 }
 on_console decode-console $'20.000 \u00b0C' --lang en decode --type UINT16 --scale 0.1 --offset -50 --unit °C 700
-on_console list-console "1  Größe  127.0.0.1:$port  Unit-ID 1  2 Details" --lang en structures --file Größe.json list
+on_console list-console "1  Größe  127.0.0.1:$port  Unit-ID 1  2 Details
+2  Größe Süd  127.0.0.1:$port  Unit-ID 1  2 Details" --lang en structures --file Größe.json list
 on_console error-console "kestrel-cli: Größe.json: keine Struktur mit der Id 7" \
   --lang de structures --file Größe.json show 7
 
-[ $status -eq 0 ] && echo "decode, structures list/show and poll print the expected UTF-8 bytes, to a pipe and a console"
+[ $status -eq 0 ] && echo "decode, structures list/show/import-csv/export-csv and poll: the expected UTF-8 bytes, to a pipe and a console"
 exit $status

@@ -81,10 +81,14 @@ TEST_F(Pairing, ARequestWithoutResponseBeforeTheNextRequestIsUnanswered) {
     Add(Frame({3, 4, 0, 0, 0, 1}), 200);
     pairing.Finish();
     EXPECT_EQ(Lines(), (std::vector<std::string>{
-                           "request unit 1 FC03 Read Holding Registers, address 0, count 2: unanswered | 01 03 00 00 00 02 C4 0B",
-                           "request unit 2 FC03 Read Holding Registers, address 0, count 2: ok | 02 03 00 00 00 02 C4 38",
-                           "response unit 2 FC03 Read Holding Registers, count 2, values 10 20: ok, 6.0 ms | 02 03 04 00 0A 00 14 E9 3E",
-                           "request unit 3 FC04 Read Input Registers, address 0, count 1: unanswered | 03 04 00 00 00 01 30 28"}));
+                           "request unit 1 FC03 Read Holding Registers, address 0, count 2: unanswered | 01 03 00 00 "
+                           "00 02 C4 0B",
+                           "request unit 2 FC03 Read Holding Registers, address 0, count 2: ok | 02 03 00 00 00 02 "
+                           "C4 38",
+                           "response unit 2 FC03 Read Holding Registers, count 2, values 10 20: ok, 6.0 ms | 02 03 "
+                           "04 00 0A 00 14 E9 3E",
+                           "request unit 3 FC04 Read Input Registers, address 0, count 1: unanswered | 03 04 00 00 "
+                           "00 01 30 28"}));
     EXPECT_EQ(Table(), "unit;requests;responses;exceptions;unanswered;crc_errors;rt_min_ms;rt_median_ms;rt_max_ms\n"
                        "1;1;0;0;1;0;;;\n"
                        "2;1;1;0;0;0;6.0;6.0;6.0\n"
@@ -112,12 +116,16 @@ TEST_F(Pairing, AResponseWithABadCrcCountsOnlyAsACrcErrorAndItsRequestStaysUnans
     Add(Frame({1, 3, 4, 0, 10, 0, 20}), 108);
     pairing.Finish();
     EXPECT_EQ(Lines(), (std::vector<std::string>{
-                           "request unit 1 FC03 Read Holding Registers, address 0, count 2: unanswered | 01 03 00 00 00 02 C4 0B",
+                           "request unit 1 FC03 Read Holding Registers, address 0, count 2: unanswered | 01 03 00 00 "
+                           "00 02 C4 0B",
                            "response unit 1 FC03 Read Holding Registers: crc_error | 01 03 04 00 0A 00 14 DA 64",
-                           "request unit 1 FC03 Read Holding Registers, address 0, count 2: ok | 01 03 00 00 00 02 C4 0B",
-                           "response unit 1 FC03 Read Holding Registers, count 2, values 10 20: ok, 4.0 ms | 01 03 04 00 0A 00 14 DA 3E"}));
+                           "request unit 1 FC03 Read Holding Registers, address 0, count 2: ok | 01 03 00 00 00 02 "
+                           "C4 0B",
+                           "response unit 1 FC03 Read Holding Registers, count 2, values 10 20: ok, 4.0 ms | 01 03 "
+                           "04 00 0A 00 14 DA 3E"}));
     EXPECT_EQ(Modbus::CsvRow(records[1]),
-              "2025-11-24T16:00:00.010Z;response;1;3;FC03 Read Holding Registers;;;;;crc_error;;01 03 04 00 0A 00 14 DA 64");
+              "2025-11-24T16:00:00.010Z;response;1;3;FC03 Read Holding Registers;;;;;crc_error;;01 03 04 00 0A 00 14 "
+              "DA 64");
     EXPECT_EQ(Table(), "unit;requests;responses;exceptions;unanswered;crc_errors;rt_min_ms;rt_median_ms;rt_max_ms\n"
                        "1;2;1;0;1;1;4.0;4.0;4.0\n"
                        "noise bytes skipped: 0\n");
@@ -144,7 +152,9 @@ TEST_F(Pairing, FramesBehindAHeldRequestKeepTheCaptureOrder) {
     EXPECT_EQ(Lines(), (std::vector<std::string>{
                            "request unit 1 FC01 Read Coils, address 0, count 20: ok | 01 01 00 00 00 14 3C 05",
                            "response unit 9 FC04 Read Input Registers, count 1, values 1: ok | 09 04 02 00 01 99 31",
-                           "response unit 1 FC01 Read Coils, count 20, values 1 0 0 0 0 0 0 0 0 1 0 0 0 0 0 0 1 1 0 0: ok, 6.0 ms | 01 01 03 01 02 03 2C EF"}));
+                           "response unit 1 FC01 Read Coils, count 20, values 1 0 0 0 0 0 0 0 0 1 0 0 0 0 0 0 1 1 0 "
+                           "0: ok, 6.0 ms | 01 01 03 "
+                           "01 02 03 2C EF"}));
 }
 
 TEST_F(Pairing, AFrameOfNeitherShapeIsUnknown) {

@@ -50,7 +50,8 @@ std::vector<std::string> ExpectedLines(const std::vector<Exchange>& exchanges) {
     return lines;
 }
 
-const char* kStatisticsHeader = "unit;requests;responses;exceptions;unanswered;crc_errors;rt_min_ms;rt_median_ms;rt_max_ms";
+const char* kStatisticsHeader =
+    "unit;requests;responses;exceptions;unanswered;crc_errors;rt_min_ms;rt_median_ms;rt_max_ms";
 
 class MonitorCli : public testing::Test {
 protected:
@@ -138,8 +139,10 @@ TEST_F(MonitorCli, EveryFunctionCodeWithNormalGaps) {
     const std::vector<std::string> csv = CsvLines();
     ASSERT_EQ(csv.size(), 1 + 2 * exchanges.size());
     EXPECT_EQ(csv[0], "time;direction;unit;fc;name;address;count;values;exception;status;response_ms;bytes");
-    const std::regex request(R"(^\d{4}-\d\d-\d\dT\d\d:\d\d:\d\d\.\d{3}Z;request;(\d+);(\d+);[^;]+;\d*;\d*;[0-9 ]*;;ok;;([0-9A-F ]+)$)");
-    const std::regex response(R"(^\d{4}-\d\d-\d\dT\d\d:\d\d:\d\d\.\d{3}Z;response;(\d+);(\d+);[^;]+;\d*;\d*;[0-9 ]*;;ok;\d+\.\d;([0-9A-F ]+)$)");
+    const std::string time = R"(^\d{4}-\d\d-\d\dT\d\d:\d\d:\d\d\.\d{3}Z)";
+    const std::string fields = R"((\d+);(\d+);[^;]+;\d*;\d*;[0-9 ]*;;ok;)";
+    const std::regex request(time + ";request;" + fields + R"(;([0-9A-F ]+)$)");
+    const std::regex response(time + ";response;" + fields + R"(\d+\.\d;([0-9A-F ]+)$)");
     for (size_t i = 0; i < exchanges.size(); ++i) {
         std::smatch m;
         ASSERT_TRUE(std::regex_match(csv[1 + 2 * i], m, request)) << csv[1 + 2 * i];
@@ -212,7 +215,8 @@ TEST_F(MonitorCli, NoiseBeforeAndBetweenFramesIsSkippedAndCounted) {
     WriteWithGaps({{0x55}, exchanges[2].request, exchanges[2].response}, 15);
     StopAfter(HexDump(exchanges[2].response));
     EXPECT_EQ(FrameLines(), ExpectedLines(exchanges));
-    EXPECT_EQ(StatisticsLines(), (std::vector<std::string>{kStatisticsHeader, "1;3;3;0;0;0;T;T;T", "noise bytes skipped: 7"}));
+    EXPECT_EQ(StatisticsLines(),
+              (std::vector<std::string>{kStatisticsHeader, "1;3;3;0;0;0;T;T;T", "noise bytes skipped: 7"}));
 }
 
 TEST_F(MonitorCli, ABadCrcResponseIsReportedWithItsBytesAndItsRequestStaysUnanswered) {
@@ -223,11 +227,15 @@ TEST_F(MonitorCli, ABadCrcResponseIsReportedWithItsBytesAndItsRequestStaysUnansw
     WriteWithGaps({request, bad, write, write}, 15);
     StopAfter(HexDump(write));
     EXPECT_EQ(FrameLines(), (std::vector<std::string>{
-                                "request unit 1 FC03 Read Holding Registers, address 0, count 2: unanswered | 01 03 00 00 00 02 C4 0B",
+                                "request unit 1 FC03 Read Holding Registers, address 0, count 2: unanswered | 01 03 "
+                                "00 00 00 02 C4 0B",
                                 "response unit 1 FC03 Read Holding Registers: crc_error | 01 03 04 00 0A 00 14 DA 64",
-                                "request unit 1 FC06 Write Single Register, address 1, values 3: ok | 01 06 00 01 00 03 98 0B",
-                                "response unit 1 FC06 Write Single Register, address 1, values 3: ok | 01 06 00 01 00 03 98 0B"}));
-    EXPECT_EQ(StatisticsLines(), (std::vector<std::string>{kStatisticsHeader, "1;2;1;0;1;1;T;T;T", "noise bytes skipped: 0"}));
+                                "request unit 1 FC06 Write Single Register, address 1, values 3: ok | 01 06 00 01 00 "
+                                "03 98 0B",
+                                "response unit 1 FC06 Write Single Register, address 1, values 3: ok | 01 06 00 01 "
+                                "00 03 98 0B"}));
+    EXPECT_EQ(StatisticsLines(),
+              (std::vector<std::string>{kStatisticsHeader, "1;2;1;0;1;1;T;T;T", "noise bytes skipped: 0"}));
     const std::vector<std::string> csv = CsvLines();
     ASSERT_EQ(csv.size(), 5u);
     EXPECT_EQ(csv[2].substr(24), ";response;1;3;FC03 Read Holding Registers;;;;;crc_error;;01 03 04 00 0A 00 14 DA 64");
@@ -243,16 +251,20 @@ TEST_F(MonitorCli, AnUnansweredRequestAndAnExceptionResponse) {
     StopAfter(HexDump(exception));
     Pause(50);
     EXPECT_EQ(FrameLines(), (std::vector<std::string>{
-                                "request unit 5 FC04 Read Input Registers, address 0, count 1: unanswered | 05 04 00 00 00 01 30 4E",
-                                "request unit 1 FC06 Write Single Register, address 1, values 3: ok | 01 06 00 01 00 03 98 0B",
+                                "request unit 5 FC04 Read Input Registers, address 0, count 1: unanswered | 05 04 00 "
+                                "00 00 01 30 4E",
+                                "request unit 1 FC06 Write Single Register, address 1, values 3: ok | 01 06 00 01 00 "
+                                "03 98 0B",
                                 "response unit 1 FC06 Write Single Register, exception 2: exception | 01 86 02 C3 A1",
-                                "request unit 5 FC04 Read Input Registers, address 0, count 1: unanswered | 05 04 00 00 00 01 30 4E"}));
+                                "request unit 5 FC04 Read Input Registers, address 0, count 1: unanswered | 05 04 00 "
+                                "00 00 01 30 4E"}));
     EXPECT_EQ(StatisticsLines(), (std::vector<std::string>{kStatisticsHeader, "1;1;1;1;0;0;T;T;T", "5;2;0;0;2;0;;;",
                                                            "noise bytes skipped: 0"}));
     const std::vector<std::string> csv = CsvLines();
     ASSERT_EQ(csv.size(), 5u);
     EXPECT_TRUE(std::regex_match(csv[3].substr(24),
-                                 std::regex(R"(;response;1;6;FC06 Write Single Register;;;;2;exception;\d+\.\d;01 86 02 C3 A1)")))
+                                 std::regex(R"(;response;1;6;FC06 Write Single Register;;;;2;exception;\d+\.\d;)"
+                                             R"(01 86 02 C3 A1)")))
         << csv[3];
 }
 
@@ -298,6 +310,38 @@ TEST_F(MonitorCli, TenThousandFramesInARow) {
         ASSERT_EQ(row.substr(row.rfind(';') + 1), HexDump(frames[i])) << "row " << i;
         ASSERT_NE(row.find(i % 2 == 0 ? ";request;" : ";response;"), std::string::npos) << row;
     }
+}
+
+TEST_F(MonitorCli, TheCapturesSurviveAKill) {
+    const auto all = EveryFunctionCode();
+    const std::vector<Exchange> exchanges(all.begin(), all.begin() + 4);
+    Start();
+    WriteWithGaps(FramesOf(exchanges), 15);
+    ASSERT_TRUE(monitor->WaitForOutput(HexDump(exchanges.back().response), 20000)) << monitor->Stdout();
+    monitor->Signal(SIGKILL);
+    EXPECT_EQ(monitor->Wait(20000), 128 + SIGKILL);
+    // Every frame is in both files already, the PCAP whole record by record.
+    EXPECT_EQ(CsvLines().size(), 1 + 2 * exchanges.size());
+    std::ifstream in(dir + "/bus.pcap", std::ios::binary);
+    const std::string pcap((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
+    size_t expectedSize = 24;
+    for (const Bytes& f : FramesOf(exchanges)) expectedSize += 16 + 54 + f.size();
+    EXPECT_EQ(pcap.size(), expectedSize);
+    if (!HaveProgram("tshark")) GTEST_SKIP() << "tshark is not installed";
+    const CommandResult decoded = RunCommand({"tshark", "-r", dir + "/bus.pcap", "-d", "tcp.port==502,mbrtu", "-T",
+                                              "fields", "-e", "mbrtu.unit_id", "-e", "modbus.func_code"});
+    std::vector<std::string> expected;
+    for (const Bytes& f : FramesOf(exchanges)) expected.push_back(std::to_string(f[0]) + "\t" + std::to_string(f[1]));
+    EXPECT_EQ(Lines(decoded.out), expected);
+}
+
+TEST_F(MonitorCli, AFileThatCannotBeCreatedEndsWithExitCode1) {
+    const CommandResult r = RunCommand({KESTREL_CLI_PATH, "--lang", "en", "monitor", "--rtu", line.DeviceName(),
+                                        "--csv", dir + "/no/such/folder/bus.csv"});
+    EXPECT_EQ(r.exitCode, 1);
+    EXPECT_EQ(r.err, "Could not create " + dir + "/no/such/folder/bus.csv\n");
+    EXPECT_EQ(r.out, "");
+    EXPECT_EQ(line.Read(1, 100), Bytes{});
 }
 
 TEST(MonitorCliUsage, WithoutADeviceItIsAUsageError) {

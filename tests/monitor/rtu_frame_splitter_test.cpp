@@ -133,6 +133,16 @@ TEST_F(Splitter, ABadCrcFrameEndingAtASilenceIsReportedWithItsBytes) {
     EXPECT_EQ(splitter.NoiseBytes(), 0u);
 }
 
+TEST_F(Splitter, ABadCrcFrameAtTheEndOfTheDataWaitsForTheSilenceAfterIt) {
+    const Bytes bad = WithBadCrc(Frame({1, 3, 4, 0, 10, 0, 20}));
+    Read(bad, 0);
+    EXPECT_TRUE(seen.empty());
+    DecideAt(kSilenceUs);
+    ASSERT_EQ(seen.size(), 1u);
+    EXPECT_EQ(seen[0].bytes, bad);
+    EXPECT_FALSE(seen[0].crcOk);
+}
+
 TEST_F(Splitter, ABadCrcFrameRightBeforeAGoodFrameIsReportedToo) {
     const Bytes bad = WithBadCrc(Frame({1, 3, 4, 0, 10, 0, 20}));
     const Bytes next = Frame({1, 6, 0, 1, 0, 3});
@@ -174,6 +184,19 @@ TEST_F(Splitter, Fc08And2BAreRecoveredByCrcAloneEvenBackToBack) {
     Read(Join(frames), 0);
     End();
     EXPECT_EQ(Good(), frames);
+}
+
+TEST_F(Splitter, ACodeWeDoNotKnowIsAFrameOnlyBetweenSilences) {
+    const Bytes vendor = Frame({5, 0x41, 1, 2, 3});
+    const Bytes next = Frame({1, 3, 0, 0, 0, 2});
+    Read(vendor, 0);
+    Read(next, 20000);
+    // Glued to a frame in front of it, the same bytes are noise.
+    Read(Join({next, vendor}), 40000);
+    End();
+    ASSERT_EQ(seen.size(), 3u);
+    EXPECT_EQ(Good(), (std::vector<Bytes>{vendor, next, next}));
+    EXPECT_EQ(splitter.NoiseBytes(), vendor.size());
 }
 
 TEST_F(Splitter, ACrcAloneFrameAtTheEndWaitsForTheSilence) {
