@@ -173,6 +173,10 @@ int Recv(SOCKET, uint8_t* data, size_t length) {
 
 void CloseSocket(SOCKET s) { InterruptSocket(s); }
 
+// Only the command line's fault simulator shuts a client down (a dropped answer); the fuzzed
+// slaves have no simulator.
+void ShutdownSocket(SOCKET) {}
+
 bool InterruptSocket(SOCKET s) {
     if (s == fakewire::kListenSocket || s == fakewire::kMasterSocket) {
         Wire& w = TheWire();
