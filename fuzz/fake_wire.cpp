@@ -171,7 +171,17 @@ int Recv(SOCKET, uint8_t* data, size_t length) {
     return static_cast<int>(n);
 }
 
+// Nothing arrives late on the fake wire: the RTU-over-TCP master's discard of stale bytes finds none.
+int RecvWaiting(SOCKET, uint8_t*, size_t) { return 0; }
+
+// As the POSIX backend: a receive time-out, or a wait cut short by a signal.
+bool IsTimeoutError(int error) { return error == EAGAIN || error == EWOULDBLOCK || error == EINTR; }
+
 void CloseSocket(SOCKET s) { InterruptSocket(s); }
+
+// Only the command line's fault simulator shuts a client down (a dropped answer); the fuzzed
+// slaves have no simulator.
+void ShutdownSocket(SOCKET) {}
 
 bool InterruptSocket(SOCKET s) {
     if (s == fakewire::kListenSocket || s == fakewire::kMasterSocket) {
@@ -201,6 +211,9 @@ bool SerialWrite(SerialHandle, const uint8_t* data, size_t length, size_t& writt
     written = length;
     return true;
 }
+
+// The fake line has no time-outs to change.
+void SerialSetReadTimeout(SerialHandle, uint32_t) {}
 
 bool SerialRead(SerialHandle, uint8_t* data, size_t capacity, size_t& received) {
     Wire& w = TheWire();

@@ -1,5 +1,7 @@
 #include "maps/csv_table.h"
 
+#include <algorithm>
+
 #include "common/localizer.h"
 
 namespace maps {
@@ -16,8 +18,10 @@ std::string Trim(const std::string& text) {
     return text.substr(first, last - first + 1);
 }
 
-// The header decides: ';' when it holds one outside quotes, else ','.
+// The header (the first line that is not blank) decides: ';' when it holds one outside quotes,
+// else ','.
 char DetectSeparator(const std::string& text, size_t from) {
+    from = std::min(text.size(), text.find_first_not_of(" \t\r\n", from));
     bool inQuotes = false;
     for (size_t i = from; i < text.size(); ++i) {
         const char c = text[i];

@@ -45,10 +45,11 @@ struct Outputs {
     PcapCapture pcap;
     bool fileFailed = false;
 
+    // The files first: once a frame's line is out, the frame is on disk.
     void Put(const MonitorRecord& record) {
-        if (!options.quiet) output.line(FrameLine(record));
         if (!options.csvPath.empty() && !fileFailed && !csv.Write(record)) Fail(options.csvPath);
         if (!options.pcapPath.empty() && !fileFailed && !pcap.Write(record)) Fail(options.pcapPath);
+        if (!options.quiet) output.line(FrameLine(record));
     }
     void Fail(const std::string& path) {
         fileFailed = true;

@@ -113,11 +113,12 @@ bool ModbusClient::IsInjectedAddress(uint16_t address) const {
 }
 
 void ModbusClient::ProcessRequest(const Modbus::Bytes& frame, SOCKET client) {
-    // The response filter is told which request a response answers; only while this one runs.
-    struct Answering {
+    // The response filter is told which request a response answers, while this one runs.
+    requestBeingAnswered = &frame;
+    struct ClearOnReturn {
         const Modbus::Bytes*& slot;
-        ~Answering() { slot = nullptr; }
-    } answering{requestBeingAnswered = &frame};
+        ~ClearOnReturn() { slot = nullptr; }
+    } clearOnReturn{requestBeingAnswered};
     Request request;
     // A frame from an accepted socket is MBAP-framed, except on the RTU-over-TCP slave.
     if (!DecodeFrame(frame, client != INVALID_SOCKET && !IsRtuOverTcp(), request)) return;

@@ -50,6 +50,16 @@ TEST(CsvTableTest, CommaWhenTheHeaderHasNoSemicolonAndBlankRows) {
     EXPECT_EQ(table.records[4].fields[2].text, "7");
 }
 
+TEST(CsvTableTest, BlankLinesBeforeTheHeader) {
+    CsvTable table;
+    std::string error;
+    ASSERT_TRUE(ReadCsv("\xEF\xBB\xBF\r\n\r\nname;address\r\nx;1,5\r\n", table, error));
+    EXPECT_EQ(table.separator, ';');
+    ASSERT_EQ(table.records.size(), 4u);
+    EXPECT_EQ(table.records[2].line, 3u);
+    EXPECT_EQ(table.records[3].fields[1].text, "1,5");
+}
+
 TEST(CsvTableTest, BrokenQuotes) {
     Localizer::SetAllLanguages(1);
     CsvTable table;

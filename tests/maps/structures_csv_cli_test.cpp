@@ -87,6 +87,31 @@ TEST_F(StructuresCsvCli, ABadTableLeavesTheFileByteForByte) {
     EXPECT_EQ(ReadText(Store()), before);
     EXPECT_FALSE(platform::FileExists(Store() + ".tmp"));
 
+    // Every kind of bad row: its message, and not a byte of the file changed.
+    const std::vector<std::pair<std::string, std::string>> rows = {
+        {"x;1;FLOAT", "line 2, column \"data_type\": expected a data type"},
+        {"x;70000;INT16", "line 2, column \"address\": expected an address 0..65535"},
+        {";1;INT16", "line 2, column \"name\": expected a name"},
+        {"x;1;INT16;ten", "line 2, column \"scale\": expected a number"},
+        {"x;1;INT16;1;FC01", "line 2, column \"function_code\": expected a function code that fits"},
+        {"x;1;INT16;1;7", "line 2, column \"function_code\": expected a function code 1, 2, 3, 4, 5, 6, 15 or 16"},
+        {"x;1;INT16;1;3;MIDDLE", "line 2, column \"byte_order\": expected a byte order"},
+        {"x;1;INT16;1;3;;2.5", "line 2, column \"array_size\": expected a whole number"},
+        {"x;1;INT16;1;3;;;maybe", "line 2, column \"alarm_on_change\": expected true/false"},
+        {"x;1;INT16;1;3;;;;extra", "line 2: 9 fields, but the header names 8 columns"},
+    };
+    for (const auto& [row, message] : rows) {
+        WriteText(dir + "/row.csv",
+                  "name;address;data_type;scale;function_code;byte_order;array_size;"
+                  "alarm_on_change\r\n" +
+                      row + "\r\n");
+        const CommandResult bad =
+            Kestrel({"structures", "--file", Store(), "import-csv", dir + "/row.csv", "--name", "X"});
+        EXPECT_EQ(bad.exitCode, 1) << row;
+        EXPECT_EQ(bad.err.rfind("kestrel-cli: " + dir + "/row.csv: " + message, 0), 0u) << bad.err;
+        EXPECT_EQ(ReadText(Store()), before) << row;
+    }
+
     // Without a structures file, none appears.
     const std::string fresh = dir + "/fresh.json";
     EXPECT_EQ(Kestrel({"structures", "--file", fresh, "import-csv", dir + "/bad.csv", "--name", "X"}).exitCode, 1);

@@ -312,6 +312,38 @@ TEST_F(MonitorCli, TenThousandFramesInARow) {
     }
 }
 
+TEST_F(MonitorCli, TheCapturesSurviveAKill) {
+    const auto all = EveryFunctionCode();
+    const std::vector<Exchange> exchanges(all.begin(), all.begin() + 4);
+    Start();
+    WriteWithGaps(FramesOf(exchanges), 15);
+    ASSERT_TRUE(monitor->WaitForOutput(HexDump(exchanges.back().response), 20000)) << monitor->Stdout();
+    monitor->Signal(SIGKILL);
+    EXPECT_EQ(monitor->Wait(20000), 128 + SIGKILL);
+    // Every frame is in both files already, the PCAP whole record by record.
+    EXPECT_EQ(CsvLines().size(), 1 + 2 * exchanges.size());
+    std::ifstream in(dir + "/bus.pcap", std::ios::binary);
+    const std::string pcap((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
+    size_t expectedSize = 24;
+    for (const Bytes& f : FramesOf(exchanges)) expectedSize += 16 + 54 + f.size();
+    EXPECT_EQ(pcap.size(), expectedSize);
+    if (!HaveProgram("tshark")) GTEST_SKIP() << "tshark is not installed";
+    const CommandResult decoded = RunCommand({"tshark", "-r", dir + "/bus.pcap", "-d", "tcp.port==502,mbrtu", "-T",
+                                              "fields", "-e", "mbrtu.unit_id", "-e", "modbus.func_code"});
+    std::vector<std::string> expected;
+    for (const Bytes& f : FramesOf(exchanges)) expected.push_back(std::to_string(f[0]) + "\t" + std::to_string(f[1]));
+    EXPECT_EQ(Lines(decoded.out), expected);
+}
+
+TEST_F(MonitorCli, AFileThatCannotBeCreatedEndsWithExitCode1) {
+    const CommandResult r = RunCommand({KESTREL_CLI_PATH, "--lang", "en", "monitor", "--rtu", line.DeviceName(),
+                                        "--csv", dir + "/no/such/folder/bus.csv"});
+    EXPECT_EQ(r.exitCode, 1);
+    EXPECT_EQ(r.err, "Could not create " + dir + "/no/such/folder/bus.csv\n");
+    EXPECT_EQ(r.out, "");
+    EXPECT_EQ(line.Read(1, 100), Bytes{});
+}
+
 TEST(MonitorCliUsage, WithoutADeviceItIsAUsageError) {
     const CommandResult r = RunCommand({KESTREL_CLI_PATH, "--lang", "en", "monitor", "--baud", "9600"});
     EXPECT_EQ(r.exitCode, 2);

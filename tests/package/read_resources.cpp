@@ -126,9 +126,11 @@ BOOL CALLBACK PrintIconGroup(HMODULE module, LPCWSTR, LPWSTR name, LONG_PTR para
         const GroupIconEntry& entry = entries[i];
         HRSRC image = FindResourceW(module, MAKEINTRESOURCEW(entry.id), MAKEINTRESOURCEW(3));  // RT_ICON
         const bool present = image != nullptr && SizeofResource(module, image) == entry.bytesInRes;
-        line += " " + std::to_string(entry.width == 0 ? 256 : entry.width) + "x" +
-                std::to_string(entry.height == 0 ? 256 : entry.height) + "x" + std::to_string(entry.bitCount) +
-                (present ? "" : "(image missing)");
+        char text[64];
+        std::snprintf(text, sizeof(text), " %dx%dx%u%s", entry.width == 0 ? 256 : entry.width,
+                      entry.height == 0 ? 256 : entry.height, static_cast<unsigned>(entry.bitCount),
+                      present ? "" : "(image missing)");
+        line += text;
     }
     Print(line + "\n");
     ++search.groups;

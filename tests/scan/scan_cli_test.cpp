@@ -3,6 +3,7 @@
 // RTU over TCP and RTU on a pty pair. Exact table, CSV and JSON output (the seconds aside), the
 // register maps found and the requests they cost, bounded scans of silent ids, Ctrl-C, reconnects
 // and exit codes. Native only: it starts programs and uses pseudo-terminals.
+#if !defined(_WIN32)
 #include <memory>
 #include <regex>
 #include <sstream>
@@ -353,3 +354,4 @@ TEST(ScanCli, HelpPrintsTheUsageOptionsAndAnExample) {
 }
 
 }  // namespace
+#endif

@@ -22,7 +22,8 @@ std::unique_ptr<ChildProcess> RtuOverTcpSlave(const std::string& fault, uint16_t
 
 TEST(RtuOverTcpFaults, EachFaultOnTheWire) {
     const std::vector<std::tuple<std::string, std::string, TestClient::Result, std::string>> cases = {
-        {"bad-crc:100", "01 03 02 12 34 4A CC", TestClient::Result::Data, "Fault: bad-crc unit=1 fc=3 address=0 crc=4ACC"},
+        {"bad-crc:100", "01 03 02 12 34 4A CC", TestClient::Result::Data,
+         "Fault: bad-crc unit=1 fc=3 address=0 crc=4ACC"},
         {"wrong-unit:100", HexDump(BuildRtuRequest(2, 3, Hex("02 12 34"))), TestClient::Result::Data,
          "Fault: wrong-unit unit=1 fc=3 address=0 answered-unit=2"},
         {"drop:100", "", TestClient::Result::Closed, "Fault: drop unit=1 fc=3 address=0"},
@@ -35,7 +36,9 @@ TEST(RtuOverTcpFaults, EachFaultOnTheWire) {
         TestClient client(port);
         ASSERT_TRUE(client.Send(Hex("01 03 00 00 00 01 84 0A")));
         TestClient::Result why;
-        const Bytes got = client.Receive(bytes.empty() ? 1 : Hex(bytes).size(), 300, &why);
+        // A short wait only where nothing is to come; a loaded machine gets time for the rest.
+        const int wait = result == TestClient::Result::Silent ? 300 : 3000;
+        const Bytes got = client.Receive(bytes.empty() ? 1 : Hex(bytes).size(), wait, &why);
         EXPECT_EQ(ToHex(got), bytes) << fault;
         EXPECT_EQ(why, result) << fault;
         ASSERT_TRUE(slave->WaitForOutput(line + "\n", 3000)) << slave->Stdout();
@@ -64,8 +67,9 @@ TEST(RtuOverTcpFaults, OurMasterFailsABadCrcAndReportsADrop) {
         std::vector<uint16_t> values;
         EXPECT_FALSE(master.ReadHoldingRegisters(1, 0, 1, values)) << fault;
         if (fault == "bad-crc:100") {
-            EXPECT_EQ(log.Lines(), (std::vector<std::string>{"TX: 01 03 00 00 00 01 84 0A", "RX: 01 03 02 12 34 4A CC",
-                                                             "RTU over TCP CRC error.", "ReadHoldingRegisters failed."}));
+            EXPECT_EQ(log.Lines(),
+                      (std::vector<std::string>{"TX: 01 03 00 00 00 01 84 0A", "RX: 01 03 02 12 34 4A CC",
+                                                "RTU over TCP CRC error.", "ReadHoldingRegisters failed."}));
             EXPECT_EQ(master.LastTransportFailure(), TransportFailure::CrcError);
         } else {
             EXPECT_EQ(log.Lines(), (std::vector<std::string>{"TX: 01 03 00 00 00 01 84 0A", "TCP recv error: 0",

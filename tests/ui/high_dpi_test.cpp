@@ -88,13 +88,13 @@ void ExpectAtScaledPlace(HWND parent, const Sample& s, int dpi) {
     GetWindowRect(control, &r);
     MapWindowPoints(nullptr, parent, reinterpret_cast<POINT*>(&r), 2);
     const RECT expected{Scaled(s.x, dpi), Scaled(s.y, dpi), Scaled(s.x + s.w, dpi), Scaled(s.y + s.h, dpi)};
-    EXPECT_EQ(r.left, expected.left) << "control " << s.id << " at " << Describe(r) << ", expected " << Describe(expected);
-    EXPECT_EQ(r.top, expected.top) << "control " << s.id << " at " << Describe(r) << ", expected " << Describe(expected);
-    EXPECT_EQ(r.right, expected.right) << "control " << s.id << " at " << Describe(r) << ", expected "
-                                       << Describe(expected);
+    const std::string where = "control " + std::to_string(s.id) + " at " + Describe(r) + ", expected " +
+                              Describe(expected);
+    EXPECT_EQ(r.left, expected.left) << where;
+    EXPECT_EQ(r.top, expected.top) << where;
+    EXPECT_EQ(r.right, expected.right) << where;
     if (!s.combo) {
-        EXPECT_EQ(r.bottom, expected.bottom) << "control " << s.id << " at " << Describe(r) << ", expected "
-                                             << Describe(expected);
+        EXPECT_EQ(r.bottom, expected.bottom) << where;
     }
 }
 
