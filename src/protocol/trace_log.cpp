@@ -5,28 +5,12 @@
 #include <cstdio>
 #include <utility>
 
+#include "protocol/pcap_format.h"
+
 using Modbus::CommStatistics;
 using Modbus::TraceFrame;
 
 namespace {
-
-void PutLe16(std::vector<uint8_t>& out, uint16_t v) {
-    out.push_back(static_cast<uint8_t>(v & 0xFF));
-    out.push_back(static_cast<uint8_t>(v >> 8));
-}
-
-void PutLe32(std::vector<uint8_t>& out, uint32_t v) {
-    for (int shift = 0; shift < 32; shift += 8) out.push_back(static_cast<uint8_t>((v >> shift) & 0xFF));
-}
-
-void PutBe16(std::vector<uint8_t>& out, uint16_t v) {
-    out.push_back(static_cast<uint8_t>(v >> 8));
-    out.push_back(static_cast<uint8_t>(v & 0xFF));
-}
-
-void PutBe32(std::vector<uint8_t>& out, uint32_t v) {
-    for (int shift = 24; shift >= 0; shift -= 8) out.push_back(static_cast<uint8_t>((v >> shift) & 0xFF));
-}
 
 // The device address of the capture: read with "%u.%u.%u.%u"; the parts that do not parse keep
 // their value from 192.168.1.100.
@@ -36,9 +20,6 @@ void DeviceAddress(const std::string& ip, uint8_t (&address)[4]) {
     for (int i = 0; i < 4; ++i) address[i] = static_cast<uint8_t>(parts[i]);
 }
 
-constexpr size_t kGlobalHeaderSize = 24;
-constexpr size_t kRecordHeaderSize = 16;
-constexpr size_t kPacketHeadersSize = 54;  // Ethernet 14 + IPv4 20 + TCP 20
 constexpr uint16_t kClientPort = 5000;
 
 struct PacketInfo {
@@ -48,47 +29,22 @@ struct PacketInfo {
     uint16_t destinationPort;
 };
 
-// One record: its header, then a synthetic Ethernet/IPv4/TCP packet around the Modbus bytes. Both
-// directions carry source 192.168.1.1 and the device as destination; only the ports swap.
-void WriteRecord(std::vector<uint8_t>& out, const std::vector<uint8_t>& modbus, const PacketInfo& packet,
+// One record around the Modbus bytes. Both directions carry source 192.168.1.1 and the device as
+// destination; only the ports swap.
+void WriteRecord(std::vector<uint8_t>& out, const std::vector<uint8_t>& modbus, const PacketInfo& info,
                  const uint8_t (&device)[4]) {
-    const int64_t seconds = packet.time / 1000;
-    const int64_t microseconds = (packet.time - seconds * 1000) * 1000;
-    const uint32_t length = static_cast<uint32_t>(kPacketHeadersSize + modbus.size());
-    PutLe32(out, static_cast<uint32_t>(seconds));
-    PutLe32(out, static_cast<uint32_t>(microseconds));
-    PutLe32(out, length);
-    PutLe32(out, length);
-
-    // Ethernet: broadcast destination, source 00:00:00:00:00:01, IPv4.
-    for (int i = 0; i < 6; ++i) out.push_back(0xFF);
-    for (uint8_t b : {0, 0, 0, 0, 0, 1}) out.push_back(b);
-    PutBe16(out, 0x0800);
-
-    // IPv4: no options, don't fragment, TTL 64, TCP; the header checksum is left 0.
-    out.push_back(0x45);
-    out.push_back(0x00);
-    PutBe16(out, static_cast<uint16_t>(modbus.size() + 40));
-    PutBe16(out, static_cast<uint16_t>(packet.index & 0xFFFF));
-    PutBe16(out, 0x4000);
-    out.push_back(64);
-    out.push_back(6);
-    PutBe16(out, 0x0000);
-    for (uint8_t b : {192, 168, 1, 1}) out.push_back(b);
-    for (uint8_t b : device) out.push_back(b);
-
-    // TCP: PSH+ACK, five-word header, the checksum is left 0.
-    PutBe16(out, packet.sourcePort);
-    PutBe16(out, packet.destinationPort);
-    PutBe32(out, packet.index * 100u);
-    PutBe32(out, 0);
-    out.push_back(0x50);
-    out.push_back(0x18);
-    PutBe16(out, 0xFFFF);
-    PutBe16(out, 0x0000);
-    PutBe16(out, 0x0000);
-
-    out.insert(out.end(), modbus.begin(), modbus.end());
+    const int64_t seconds = info.time / 1000;
+    const int64_t microseconds = (info.time - seconds * 1000) * 1000;
+    const Modbus::PcapPacket packet{.seconds = static_cast<uint32_t>(seconds),
+                                    .microseconds = static_cast<uint32_t>(microseconds),
+                                    .ipId = static_cast<uint16_t>(info.index & 0xFFFF),
+                                    .sourceAddress = {192, 168, 1, 1},
+                                    .destinationAddress = {device[0], device[1], device[2], device[3]},
+                                    .sourcePort = info.sourcePort,
+                                    .destinationPort = info.destinationPort,
+                                    .sequence = info.index * 100u,
+                                    .acknowledgement = 0};
+    Modbus::AppendPcapRecord(out, packet, modbus);
 }
 
 }  // namespace
@@ -162,21 +118,15 @@ std::vector<uint8_t> BuildPcapFile(const std::deque<TraceFrame>& frames, const s
     uint8_t device[4];
     DeviceAddress(deviceIp, device);
 
-    size_t size = kGlobalHeaderSize;
+    constexpr size_t kRecordOverhead = Modbus::kPcapRecordHeaderSize + Modbus::kPcapPacketHeadersSize;
+    size_t size = Modbus::kPcapGlobalHeaderSize;
     for (const TraceFrame& frame : frames) {
-        if (!frame.request.empty()) size += kRecordHeaderSize + kPacketHeadersSize + frame.request.size();
-        if (!frame.response.empty()) size += kRecordHeaderSize + kPacketHeadersSize + frame.response.size();
+        if (!frame.request.empty()) size += kRecordOverhead + frame.request.size();
+        if (!frame.response.empty()) size += kRecordOverhead + frame.response.size();
     }
     std::vector<uint8_t> out;
     out.reserve(size);
-
-    PutLe32(out, 0xA1B2C3D4);
-    PutLe16(out, 2);
-    PutLe16(out, 4);
-    PutLe32(out, 0);      // this zone
-    PutLe32(out, 0);      // significant figures
-    PutLe32(out, 65535);  // snap length
-    PutLe32(out, 1);      // Ethernet
+    Modbus::AppendPcapGlobalHeader(out);
 
     uint32_t index = 0;
     for (const TraceFrame& frame : frames) {
