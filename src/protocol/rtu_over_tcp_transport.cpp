@@ -10,8 +10,6 @@
 //   - FC24: unit, fc, a 16-bit byte count, then that many bytes and the CRC.
 // The complete frame is then checked against its CRC (a gateway may pass on a frame corrupted on
 // its serial side); a mismatch fails the transaction. Nothing else is compared with the request.
-#include <algorithm>
-
 #include "common/localizer.h"
 #include "protocol/modbus_client.h"
 
@@ -48,35 +46,7 @@ FrameLength ResponseFrameLength(const Modbus::Bytes& frame) {
     }
 }
 
-std::string HexByte(uint8_t value) {
-    static const char digits[] = "0123456789ABCDEF";
-    return std::string{digits[value >> 4], digits[value & 0x0F]};
-}
-
 }  // namespace
-
-bool ModbusClient::TcpReceiveQuiet(SOCKET s, TcpReceiveBuffer& buffer, Modbus::Bytes& out, size_t n) {
-    size_t missing = n;
-    while (missing > 0) {
-        if (buffer.begin == buffer.end) {
-            buffer.begin = buffer.end = 0;
-            const int got = platform::Recv(s, buffer.data, sizeof buffer.data);
-            if (got < 1) {
-                const int error = platform::LastSocketError();
-                lastFailure = got == 0 || !platform::IsTimeoutError(error) ? TransportFailure::ConnectionLost
-                                                                             : TransportFailure::Timeout;
-                Log(Text("TCP recv error: ", "TCP recv Fehler: ") + std::to_string(error));
-                return false;
-            }
-            buffer.end = static_cast<size_t>(got);
-        }
-        const size_t take = std::min(missing, buffer.end - buffer.begin);
-        out.insert(out.end(), buffer.data + buffer.begin, buffer.data + buffer.begin + take);
-        buffer.begin += take;
-        missing -= take;
-    }
-    return true;
-}
 
 void ModbusClient::DiscardStaleBytes(SOCKET s, TcpReceiveBuffer& buffer) {
     buffer.begin = buffer.end = 0;
@@ -106,7 +76,7 @@ bool ModbusClient::RtuOverTcpTransaction(const Modbus::Bytes& request, Modbus::B
     }
     if (complete && length.unknown) {
         Log(Text("RTU over TCP: response with unknown function code 0x",
-                 "RTU over TCP: Antwort mit unbekanntem Funktionscode 0x") + HexByte(frame[1]) + ".");
+                 "RTU over TCP: Antwort mit unbekanntem Funktionscode 0x") + HexDump(&frame[1], 1) + ".");
         LogFrame("RX: ", frame.data(), frame.size());
         response = frame;
         rtuOverTcpStale = true;

@@ -37,8 +37,7 @@ bool ModbusClient::TcpRecvExact(SOCKET s, Modbus::Bytes& out, size_t n) {
     return true;
 }
 
-bool ModbusClient::TcpReceive(SOCKET s, TcpReceiveBuffer& buffer, Modbus::Bytes& out, size_t n) {
-    const size_t first = out.size();
+bool ModbusClient::TcpReceiveQuiet(SOCKET s, TcpReceiveBuffer& buffer, Modbus::Bytes& out, size_t n) {
     size_t missing = n;
     while (missing > 0) {
         if (buffer.begin == buffer.end) {
@@ -58,6 +57,12 @@ bool ModbusClient::TcpReceive(SOCKET s, TcpReceiveBuffer& buffer, Modbus::Bytes&
         buffer.begin += take;
         missing -= take;
     }
+    return true;
+}
+
+bool ModbusClient::TcpReceive(SOCKET s, TcpReceiveBuffer& buffer, Modbus::Bytes& out, size_t n) {
+    const size_t first = out.size();
+    if (!TcpReceiveQuiet(s, buffer, out, n)) return false;
     LogFrame("RX: ", out.data() + first, n);
     return true;
 }
