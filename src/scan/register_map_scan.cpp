@@ -86,8 +86,7 @@ RegisterScanResult ScanRegisters(Prober& prober, const RegisterScanOptions& opti
         now.requests = prober.Requests();
         progress.Report(now);
     }
-    result.requests = prober.Requests();
-    result.seconds = static_cast<double>(platform::MonotonicMicroseconds() - started) / 1e6;
+    FinishOutcome(result, prober, started);
     return result;
 }
 

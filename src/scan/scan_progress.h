@@ -1,6 +1,7 @@
 #pragma once
 // Hands the scan's progress to the caller no more often than the control's interval, so that a
-// fast scan does not flood the terminal and a slow one still shows it is alive.
+// fast scan does not flood the terminal and a slow one still shows it is alive; and closes the
+// outcome of a scan.
 #include "platform/clock.h"
 #include "scan/scanner.h"
 
@@ -23,5 +24,12 @@ private:
     const ScanControl& control_;
     int64_t last_;
 };
+
+// Closes a scan that ended (done, stopped or lost): the requests it made and the seconds since
+// `startedUs` on the monotonic clock.
+inline void FinishOutcome(ScanOutcome& outcome, const Prober& prober, int64_t startedUs) {
+    outcome.requests = prober.Requests();
+    outcome.seconds = static_cast<double>(platform::MonotonicMicroseconds() - startedUs) / 1e6;
+}
 
 }  // namespace scan

@@ -56,8 +56,7 @@ UnitScanResult ScanUnits(Prober& prober, const UnitScanOptions& options, const S
         now.requests = prober.Requests();
         progress.Report(now);
     }
-    result.requests = prober.Requests();
-    result.seconds = static_cast<double>(platform::MonotonicMicroseconds() - started) / 1e6;
+    FinishOutcome(result, prober, started);
     return result;
 }
 
