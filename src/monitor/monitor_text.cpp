@@ -4,6 +4,7 @@
 #include <algorithm>
 #include <cstdio>
 
+#include "common/civil_date.h"
 #include "protocol/frame_codec.h"
 
 namespace Modbus {
@@ -30,19 +31,6 @@ double Median(std::vector<double> samples) {
     return n % 2 == 1 ? samples[n / 2] : (samples[n / 2 - 1] + samples[n / 2]) / 2.0;
 }
 
-// Days since 1970-01-01 to a civil date (proleptic Gregorian), without the C library's time zone.
-void CivilFromDays(int64_t days, int& year, unsigned& month, unsigned& day) {
-    days += 719468;
-    const int64_t era = (days >= 0 ? days : days - 146096) / 146097;
-    const auto dayOfEra = static_cast<unsigned>(days - era * 146097);
-    const unsigned yearOfEra = (dayOfEra - dayOfEra / 1460 + dayOfEra / 36524 - dayOfEra / 146096) / 365;
-    const unsigned dayOfYear = dayOfEra - (365 * yearOfEra + yearOfEra / 4 - yearOfEra / 100);
-    const unsigned mp = (5 * dayOfYear + 2) / 153;
-    day = dayOfYear - (153 * mp + 2) / 5 + 1;
-    month = mp < 10 ? mp + 3 : mp - 9;
-    year = static_cast<int>(yearOfEra + era * 400 + (month <= 2 ? 1 : 0));
-}
-
 }  // namespace
 
 std::string IsoUtcTime(int64_t wallUs) {
@@ -50,11 +38,11 @@ std::string IsoUtcTime(int64_t wallUs) {
     const int64_t seconds = ms / 1000;
     const int64_t days = seconds / 86400;
     const int64_t secondOfDay = seconds % 86400;
-    int year = 0;
+    int64_t year = 0;
     unsigned month = 0, day = 0;
     CivilFromDays(days, year, month, day);
     char text[40];
-    std::snprintf(text, sizeof text, "%04d-%02u-%02uT%02d:%02d:%02d.%03dZ", year, month, day,
+    std::snprintf(text, sizeof text, "%04d-%02u-%02uT%02d:%02d:%02d.%03dZ", static_cast<int>(year), month, day,
                   static_cast<int>(secondOfDay / 3600), static_cast<int>(secondOfDay / 60 % 60),
                   static_cast<int>(secondOfDay % 60), static_cast<int>(ms % 1000));
     return text;

@@ -3,6 +3,7 @@
 #include <cstdio>
 #include <ctime>
 
+#include "common/civil_date.h"
 #include "common/localizer.h"
 #include "model/value_display.h"
 #include "platform/clock.h"
@@ -11,20 +12,6 @@
 namespace {
 
 int64_t SystemClock() { return platform::UnixTimeMilliseconds(); }
-
-// Civil date from days since 1970-01-01 (proleptic Gregorian), so the conversion does not depend
-// on the C library's gmtime and works the same for every platform.
-void CivilFromDays(int64_t days, int64_t& year, unsigned& month, unsigned& day) {
-    days += 719468;
-    const int64_t era = (days >= 0 ? days : days - 146096) / 146097;
-    const unsigned doe = static_cast<unsigned>(days - era * 146097);
-    const unsigned yoe = (doe - doe / 1460 + doe / 36524 - doe / 146096) / 365;
-    const unsigned doy = doe - (365 * yoe + yoe / 4 - yoe / 100);
-    const unsigned mp = (5 * doy + 2) / 153;
-    day = doy - (153 * mp + 2) / 5 + 1;
-    month = mp < 10 ? mp + 3 : mp - 9;
-    year = static_cast<int64_t>(yoe) + era * 400 + (month <= 2 ? 1 : 0);
-}
 
 }  // namespace
 
