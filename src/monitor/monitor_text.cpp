@@ -5,25 +5,11 @@
 #include <cstdio>
 
 #include "common/civil_date.h"
+#include "common/number_text.h"
 #include "protocol/frame_codec.h"
 
 namespace Modbus {
 namespace {
-
-std::string Milliseconds(double ms) {
-    char text[32];
-    std::snprintf(text, sizeof text, "%.1f", ms);
-    return text;
-}
-
-std::string ValuesText(const FrameFields& fields) {
-    std::string text;
-    for (size_t i = 0; i < fields.values.size(); ++i) {
-        if (i > 0) text += ' ';
-        text += std::to_string(fields.values[i]);
-    }
-    return text;
-}
 
 double Median(std::vector<double> samples) {
     std::sort(samples.begin(), samples.end());
@@ -72,11 +58,11 @@ std::string FrameLine(const MonitorRecord& r) {
     line += " unit " + std::to_string(r.unitId) + ' ' + FunctionCodeName(r.functionCode);
     if (r.fields.hasAddress) line += ", address " + std::to_string(r.fields.address);
     if (r.fields.hasCount) line += ", count " + std::to_string(r.fields.count);
-    if (!r.fields.values.empty()) line += ", values " + ValuesText(r.fields);
+    if (!r.fields.values.empty()) line += ", values " + JoinedNumbers(r.fields.values, " ");
     if (r.isException) line += ", exception " + std::to_string(r.exceptionCode);
     line += ": ";
     line += StatusName(r.status);
-    if (r.hasResponseTime) line += ", " + Milliseconds(r.responseMs) + " ms";
+    if (r.hasResponseTime) line += ", " + OneDecimal(r.responseMs) + " ms";
     line += " | ";
     AppendHexDump(line, r.bytes.data(), r.bytes.size());
     return line;
@@ -92,12 +78,12 @@ std::string CsvRow(const MonitorRecord& r) {
     if (r.fields.hasAddress) row += std::to_string(r.fields.address);
     row += ';';
     if (r.fields.hasCount) row += std::to_string(r.fields.count);
-    row += ';' + ValuesText(r.fields) + ';';
+    row += ';' + JoinedNumbers(r.fields.values, " ") + ';';
     if (r.isException) row += std::to_string(r.exceptionCode);
     row += ';';
     row += StatusName(r.status);
     row += ';';
-    if (r.hasResponseTime) row += Milliseconds(r.responseMs);
+    if (r.hasResponseTime) row += OneDecimal(r.responseMs);
     row += ';';
     AppendHexDump(row, r.bytes.data(), r.bytes.size());
     return row;
@@ -111,7 +97,7 @@ std::string StatisticsTable(const std::map<uint8_t, UnitStatistics>& statistics,
                  std::to_string(s.crcErrors) + ';';
         if (!s.responseTimesMs.empty()) {
             const auto [low, high] = std::minmax_element(s.responseTimesMs.begin(), s.responseTimesMs.end());
-            table += Milliseconds(*low) + ';' + Milliseconds(Median(s.responseTimesMs)) + ';' + Milliseconds(*high);
+            table += OneDecimal(*low) + ';' + OneDecimal(Median(s.responseTimesMs)) + ';' + OneDecimal(*high);
         } else {
             table += ";;";
         }

@@ -2,25 +2,11 @@
 // for people.
 #include <cstdio>
 
+#include "common/number_text.h"
 #include "scan/scanner.h"
 
 namespace scan {
 namespace {
-
-std::string Seconds(double seconds) {
-    char text[32];
-    std::snprintf(text, sizeof text, "%.1f", seconds);
-    return text;
-}
-
-std::string Joined(const std::vector<uint16_t>& values, const char* separator) {
-    std::string text;
-    for (size_t i = 0; i < values.size(); ++i) {
-        if (i > 0) text += separator;
-        text += std::to_string(values[i]);
-    }
-    return text;
-}
 
 bool HasExceptionCode(const UnitResult& unit) {
     return unit.status == UnitStatus::Exception || unit.status == UnitStatus::NoDevice;
@@ -33,10 +19,10 @@ std::string UnitsJson(const UnitScanResult& result) {
         text += i == 0 ? "\n  " : ",\n  ";
         text += "{\"unit\": " + std::to_string(u.unit) + ", \"status\": \"" + UnitStatusName(u.status) +
                 "\", \"exception\": " + (HasExceptionCode(u) ? std::to_string(u.exceptionCode) : "null") +
-                ", \"values\": [" + Joined(u.values, ", ") + "]}";
+                ", \"values\": [" + JoinedNumbers(u.values, ", ") + "]}";
     }
     if (!result.units.empty()) text += "\n";
-    text += "], \"requests\": " + std::to_string(result.requests) + ", \"seconds\": " + Seconds(result.seconds) + "}\n";
+    text += "], \"requests\": " + std::to_string(result.requests) + ", \"seconds\": " + OneDecimal(result.seconds) + "}\n";
     return text;
 }
 
@@ -44,7 +30,7 @@ std::string UnitsCsv(const UnitScanResult& result) {
     std::string text = "unit;status;exception;values\n";
     for (const UnitResult& u : result.units) {
         text += std::to_string(u.unit) + ";" + UnitStatusName(u.status) + ";" +
-                (HasExceptionCode(u) ? std::to_string(u.exceptionCode) : "") + ";" + Joined(u.values, " ") + "\n";
+                (HasExceptionCode(u) ? std::to_string(u.exceptionCode) : "") + ";" + JoinedNumbers(u.values, " ") + "\n";
     }
     return text;
 }
@@ -64,7 +50,7 @@ std::string UnitsTable(const UnitScanResult& result) {
         char row[64];
         std::snprintf(row, sizeof row, "%4u  %-9s  %-9s  ", static_cast<unsigned>(u.unit), UnitStatusName(u.status),
                       HasExceptionCode(u) ? std::to_string(u.exceptionCode).c_str() : "");
-        text += TrimRight(row + Joined(u.values, " ")) + "\n";
+        text += TrimRight(row + JoinedNumbers(u.values, " ")) + "\n";
     }
     text += std::to_string(result.units.size()) + " ids probed: " + std::to_string(counts[0]) + " answering, " +
             std::to_string(counts[1]) + " exception, " + std::to_string(counts[2]) + " no-device, " +
@@ -83,7 +69,7 @@ std::string RangesJson(const RegisterScanResult& result, const RegisterScanOptio
                 ", \"count\": " + std::to_string(r.Count()) + "}";
     }
     if (!result.ranges.empty()) text += "\n";
-    text += "], \"requests\": " + std::to_string(result.requests) + ", \"seconds\": " + Seconds(result.seconds) + "}\n";
+    text += "], \"requests\": " + std::to_string(result.requests) + ", \"seconds\": " + OneDecimal(result.seconds) + "}\n";
     return text;
 }
 
@@ -117,7 +103,7 @@ std::string RangesTable(const RegisterScanResult& result, const RegisterScanOpti
 }  // namespace
 
 std::string RequestsAndTime(const ScanOutcome& outcome) {
-    return std::to_string(outcome.requests) + " requests in " + Seconds(outcome.seconds) + " s";
+    return std::to_string(outcome.requests) + " requests in " + OneDecimal(outcome.seconds) + " s";
 }
 
 std::string FormatUnits(const UnitScanResult& result, const std::string& format) {
