@@ -32,6 +32,20 @@ void AddBits(const std::vector<uint8_t>& frame, size_t from, size_t bits, FrameF
 // FF00 is on and 0000 off; any other word is shown as it is.
 uint32_t CoilValue(uint16_t word) { return word == 0xFF00 ? 1u : word == 0x0000 ? 0u : word; }
 
+// Address and count in the first two words, as reads and multiple writes ask for them.
+void SetAddressAndCount(const std::vector<uint8_t>& frame, FrameFields& f) {
+    f.hasAddress = f.hasCount = true;
+    f.address = Word(frame, 2);
+    f.count = Word(frame, 4);
+}
+
+// FC05 and FC06: the address and the value written; the response echoes the request.
+void SetSingleWrite(const std::vector<uint8_t>& frame, FrameFields& f) {
+    f.hasAddress = true;
+    f.address = Word(frame, 2);
+    f.values.push_back(frame[1] == 5 ? CoilValue(Word(frame, 4)) : Word(frame, 4));
+}
+
 }  // namespace
 
 bool HasLengthRule(uint8_t functionCode) {
@@ -84,37 +98,22 @@ FrameFields DescribeRequest(const std::vector<uint8_t>& frame) {
     if (length.kind != LengthKind::Known || length.length != frame.size()) return f;
     switch (frame[1]) {
         case 1: case 2: case 3: case 4:
-            f.hasAddress = f.hasCount = true;
-            f.address = Word(frame, 2);
-            f.count = Word(frame, 4);
+            SetAddressAndCount(frame, f);
             break;
-        case 5:
-            f.hasAddress = true;
-            f.address = Word(frame, 2);
-            f.values.push_back(CoilValue(Word(frame, 4)));
-            break;
-        case 6:
-            f.hasAddress = true;
-            f.address = Word(frame, 2);
-            f.values.push_back(Word(frame, 4));
+        case 5: case 6:
+            SetSingleWrite(frame, f);
             break;
         case 15:
-            f.hasAddress = f.hasCount = true;
-            f.address = Word(frame, 2);
-            f.count = Word(frame, 4);
+            SetAddressAndCount(frame, f);
             AddBits(frame, 7, f.count, f);
             break;
         case 16:
-            f.hasAddress = f.hasCount = true;
-            f.address = Word(frame, 2);
-            f.count = Word(frame, 4);
+            SetAddressAndCount(frame, f);
             AddWords(frame, 7, f.count, f);
             break;
         case 23:
             // The read part gives address and count; the values are those written.
-            f.hasAddress = f.hasCount = true;
-            f.address = Word(frame, 2);
-            f.count = Word(frame, 4);
+            SetAddressAndCount(frame, f);
             AddWords(frame, 11, Word(frame, 8), f);
             break;
         case 24:
@@ -145,20 +144,11 @@ FrameFields DescribeResponse(const std::vector<uint8_t>& frame, uint16_t request
             f.hasCount = true;
             f.count = static_cast<uint32_t>(f.values.size());
             break;
-        case 5:
-            f.hasAddress = true;
-            f.address = Word(frame, 2);
-            f.values.push_back(CoilValue(Word(frame, 4)));
-            break;
-        case 6:
-            f.hasAddress = true;
-            f.address = Word(frame, 2);
-            f.values.push_back(Word(frame, 4));
+        case 5: case 6:
+            SetSingleWrite(frame, f);
             break;
         case 15: case 16:
-            f.hasAddress = f.hasCount = true;
-            f.address = Word(frame, 2);
-            f.count = Word(frame, 4);
+            SetAddressAndCount(frame, f);
             break;
         case 7:
             f.values.push_back(frame[2]);
