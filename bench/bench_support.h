@@ -1,7 +1,7 @@
 #pragma once
 // Shared pieces of the Kestrel side of the benchmarks: the log callback the application would
 // install, the master set up as the application runs it, one request of the four the throughput
-// rows measure, the bench image, peak RSS.
+// rows measure, the timed throughput loop, the bench image, peak RSS.
 #include <sys/resource.h>
 
 #include <cstdio>
@@ -9,6 +9,7 @@
 #include <string>
 #include <vector>
 
+#include "platform/clock.h"
 #include "protocol/modbus_client.h"
 #include "protocol/trace_log.h"
 
@@ -78,6 +79,28 @@ inline bool RunRequest(ModbusClient& client, BenchRequest request, std::vector<u
         case kFc16x123: return client.WriteMultipleRegisters(1, 0, writeValues);
         default: return false;
     }
+}
+
+// Runs `transaction` (true when it went through) for `seconds`, and at most 100,000,000 times, then
+// prints the transactions per second as one line and returns 0; 1 with "transaction failed" on
+// stderr when one fails. The clock is read every 16 transactions only.
+template <typename Transaction>
+int PrintThroughput(double seconds, Transaction transaction) {
+    long count = 0;
+    const int64_t start = platform::MonotonicMicroseconds();
+    const auto limit = static_cast<int64_t>(seconds * 1e6);
+    int64_t elapsed = 0;
+    while (elapsed < limit && count < 100000000L) {
+        if (!transaction()) {
+            std::fprintf(stderr, "transaction failed\n");
+            return 1;
+        }
+        ++count;
+        if ((count & 15) == 0) elapsed = platform::MonotonicMicroseconds() - start;
+    }
+    elapsed = platform::MonotonicMicroseconds() - start;
+    std::printf("%.0f\n", static_cast<double>(count) * 1e6 / static_cast<double>(elapsed));
+    return 0;
 }
 
 inline std::vector<uint16_t> WriteValues() {

@@ -21,22 +21,8 @@ int Throughput(ModbusClient& client, double seconds, BenchRequest request) {
     std::vector<uint16_t> words;
     std::vector<bool> bits;
     const std::vector<uint16_t> writeValues = bench::WriteValues();
-    long count = 0;
-    const int64_t start = platform::MonotonicMicroseconds();
-    const int64_t limit = static_cast<int64_t>(seconds * 1e6);
-    int64_t elapsed = 0;
-    // Bounded by time and by count.
-    while (elapsed < limit && count < 100000000L) {
-        if (!bench::RunRequest(client, request, words, bits, writeValues)) {
-            std::fprintf(stderr, "transaction failed\n");
-            return 1;
-        }
-        ++count;
-        if ((count & 15) == 0) elapsed = platform::MonotonicMicroseconds() - start;
-    }
-    elapsed = platform::MonotonicMicroseconds() - start;
-    std::printf("%.0f\n", static_cast<double>(count) * 1e6 / static_cast<double>(elapsed));
-    return 0;
+    return bench::PrintThroughput(
+        seconds, [&] { return bench::RunRequest(client, request, words, bits, writeValues); });
 }
 
 int RtuReads(ModbusClient& client, long count) {

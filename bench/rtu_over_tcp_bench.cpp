@@ -9,7 +9,6 @@
 #include <vector>
 
 #include "bench_support.h"
-#include "platform/clock.h"
 
 int main(int argc, char** argv) {
     if (argc != 4) {
@@ -23,20 +22,7 @@ int main(int argc, char** argv) {
     config.port = static_cast<uint16_t>(std::atoi(argv[2]));
     if (!master.Connect(config)) return 1;
     std::vector<uint16_t> words;
-    long count = 0;
-    const int64_t start = platform::MonotonicMicroseconds();
-    const auto limit = static_cast<int64_t>(std::atof(argv[3]) * 1e6);
-    int64_t elapsed = 0;
-    // Bounded by time and by count.
-    while (elapsed < limit && count < 100000000L) {
-        if (!master.Client().ReadHoldingRegisters(1, 0, 10, words) || words.size() != 10) {
-            std::fprintf(stderr, "transaction failed\n");
-            return 1;
-        }
-        ++count;
-        if ((count & 15) == 0) elapsed = platform::MonotonicMicroseconds() - start;
-    }
-    elapsed = platform::MonotonicMicroseconds() - start;
-    std::printf("%.0f\n", static_cast<double>(count) * 1e6 / static_cast<double>(elapsed));
-    return 0;
+    return bench::PrintThroughput(std::atof(argv[3]), [&] {
+        return master.Client().ReadHoldingRegisters(1, 0, 10, words) && words.size() == 10;
+    });
 }
