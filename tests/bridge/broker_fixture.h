@@ -15,6 +15,7 @@
 #include <vector>
 
 #include "support/child_process.h"
+#include "support/text_lines.h"
 
 namespace bridgetest {
 
@@ -23,13 +24,7 @@ inline void WriteText(const std::string& path, const std::string& text) {
     out << text;
 }
 
-inline std::vector<std::string> Lines(const std::string& text) {
-    std::vector<std::string> lines;
-    std::stringstream s(text);
-    std::string line;
-    while (std::getline(s, line)) lines.push_back(line);
-    return lines;
-}
+inline std::vector<std::string> Lines(const std::string& text) { return SplitLines(text); }
 
 // A payload with its "time" replaced by T, after checking that it is ISO 8601 UTC with milliseconds.
 inline std::string WithoutTime(const std::string& payload) {

@@ -11,6 +11,7 @@
 #include <gtest/gtest.h>
 
 #include "support/child_process.h"
+#include "support/text_lines.h"
 
 namespace {
 
@@ -19,19 +20,11 @@ CommandResult Cli(std::vector<std::string> args) {
     return RunCommand(args, 30000);
 }
 
-std::vector<std::string> Lines(const std::string& text) {
-    std::vector<std::string> lines;
-    std::stringstream in(text);
-    std::string line;
-    while (std::getline(in, line)) lines.push_back(line);
-    return lines;
-}
-
 // The command words of the usage ("  kestrel-cli [--lang en|de] NAME ...").
 std::vector<std::string> CommandNames() {
     const std::string lead = "  kestrel-cli [--lang en|de] ";
     std::vector<std::string> names;
-    for (const std::string& line : Lines(Cli({"--help"}).out)) {
+    for (const std::string& line : SplitLines(Cli({"--help"}).out)) {
         if (line.rfind(lead, 0) == 0) names.push_back(line.substr(lead.size(), line.find(' ', lead.size()) - lead.size()));
     }
     return names;
@@ -67,7 +60,7 @@ CommandHelp HelpOf(const std::string& name) {
 // The options the help explains: the first word of every entry line ("  --name ARG   what it does").
 std::set<std::string> HelpEntries(const std::string& help) {
     std::set<std::string> entries;
-    for (const std::string& line : Lines(help)) {
+    for (const std::string& line : SplitLines(help)) {
         if (line == "Example:") break;
         if (line.rfind("  --", 0) == 0) entries.insert(line.substr(2, line.find_first_of(" ,", 2) - 2));
     }
@@ -104,7 +97,7 @@ TEST(HelpCli, EveryCommandHasAHelpWithOptionsAndAnExample) {
     for (const std::string& name : CommandNames()) {
         const CommandHelp h = HelpOf(name);
         ASSERT_FALSE(h.help.empty()) << name << " --help has no help text after its usage";
-        const std::vector<std::string> lines = Lines(h.help);
+        const std::vector<std::string> lines = SplitLines(h.help);
         const auto example = std::find(lines.begin(), lines.end(), "Example:");
         ASSERT_NE(example, lines.end()) << name << ":\n" << h.help;
         ASSERT_NE(example + 1, lines.end()) << name << ": nothing after Example:";
@@ -149,7 +142,7 @@ TEST(HelpCli, TheExamplesUseOnlyOptionsOfTheirCommand) {
         std::set<std::string> offered = UsageOptions(h.usage);
         offered.insert("--lang");
         const std::string examples = h.help.substr(h.help.find("Example:"));
-        for (const std::string& line : Lines(examples)) {
+        for (const std::string& line : SplitLines(examples)) {
             if (line == "Example:") continue;
             EXPECT_NE(line.find(" " + name + " "), std::string::npos) << name << ": " << line;
             for (const std::string& option : OptionsIn(line)) {
@@ -198,12 +191,12 @@ TEST(ManPage, HoldsEveryCommandWithItsUsageOptionsAndExamples) {
         const size_t next = r.out.find("\n.S", at + 1);
         const std::string section = r.out.substr(at, next - at);
         const CommandHelp h = HelpOf(name);
-        for (const std::string& line : Lines(h.usage)) EXPECT_NE(section.find(Roff(line.substr(2))), std::string::npos) << line;
+        for (const std::string& line : SplitLines(h.usage)) EXPECT_NE(section.find(Roff(line.substr(2))), std::string::npos) << line;
         for (const std::string& option : HelpEntries(h.help)) {
             EXPECT_NE(section.find(".TP\n\\fB" + Roff(option)), std::string::npos) << name << " " << option;
         }
         const std::string examples = h.help.substr(h.help.find("Example:") + 9);
-        for (const std::string& line : Lines(examples)) {
+        for (const std::string& line : SplitLines(examples)) {
             EXPECT_NE(section.find("\n" + Roff(line.substr(2)) + "\n"), std::string::npos) << line;
         }
     }

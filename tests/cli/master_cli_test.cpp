@@ -8,16 +8,9 @@
 
 #include "protocol/modbus_client.h"
 #include "support/child_process.h"
+#include "support/text_lines.h"
 
 namespace {
-
-std::vector<std::string> SplitLines(const std::string& text) {
-    std::vector<std::string> lines;
-    std::stringstream s(text);
-    std::string line;
-    while (std::getline(s, line)) lines.push_back(line);
-    return lines;
-}
 
 CommandResult Cli(std::vector<std::string> args) {
     args.insert(args.begin(), KESTREL_CLI_PATH);

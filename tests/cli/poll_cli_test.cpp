@@ -11,6 +11,7 @@
 #include "model/structure_store.h"
 #include "protocol/modbus_client.h"
 #include "support/child_process.h"
+#include "support/text_lines.h"
 
 namespace {
 
@@ -19,14 +20,6 @@ std::string ReadFile(const std::string& path) {
     std::stringstream s;
     s << in.rdbuf();
     return s.str();
-}
-
-std::vector<std::string> SplitLines(const std::string& text) {
-    std::vector<std::string> lines;
-    std::stringstream s(text);
-    std::string line;
-    while (std::getline(s, line)) lines.push_back(line);
-    return lines;
 }
 
 class PollCli : public testing::Test {

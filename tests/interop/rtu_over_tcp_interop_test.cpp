@@ -16,18 +16,11 @@
 #include "slave/slave_process.h"
 #include "support/child_process.h"
 #include "support/log_capture.h"
+#include "support/text_lines.h"
 
 namespace {
 
 const char* kPython = "/usr/bin/python3";
-
-std::vector<std::string> SplitLines(const std::string& text) {
-    std::vector<std::string> lines;
-    std::istringstream in(text);
-    std::string line;
-    while (std::getline(in, line)) lines.push_back(line);
-    return lines;
-}
 
 bool HavePymodbus() { return RunCommand({kPython, "-c", "import pymodbus.server"}, 20000).exitCode == 0; }
 

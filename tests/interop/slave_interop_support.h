@@ -12,6 +12,7 @@
 #include "slave/slave_process.h"
 #include "slave/slave_test_support.h"
 #include "support/child_process.h"
+#include "support/text_lines.h"
 
 namespace slavetest {
 
@@ -73,16 +74,6 @@ private:
     bool ready_ = false;
 };
 
-inline std::vector<std::string> OutputLines(const std::string& text) {
-    std::vector<std::string> lines;
-    size_t start = 0;
-    while (start < text.size()) {
-        size_t end = text.find('\n', start);
-        if (end == std::string::npos) end = text.size();
-        lines.push_back(text.substr(start, end - start));
-        start = end + 1;
-    }
-    return lines;
-}
+inline std::vector<std::string> OutputLines(const std::string& text) { return SplitLines(text); }
 
 }  // namespace slavetest

@@ -11,20 +11,13 @@
 #include "protocol/modbus_client.h"
 #include "protocol/trace_log.h"
 #include "support/child_process.h"
+#include "support/text_lines.h"
 
 namespace {
 
 const char* kPython = "/usr/bin/python3";
 
 bool HavePymodbus() { return RunCommand({kPython, "-c", "import pymodbus.server"}, 20000).exitCode == 0; }
-
-std::vector<std::string> Lines(const std::string& text) {
-    std::vector<std::string> lines;
-    std::istringstream in(text);
-    std::string line;
-    while (std::getline(in, line)) lines.push_back(line);
-    return lines;
-}
 
 class PymodbusServer {
 public:
@@ -109,7 +102,7 @@ TEST_F(TracePcapTshark, CaptureOfRealTransactionsDecodesWithIdsUnitsCodesAndValu
         "3\t17\t16\t4660,48879", "3\t17\t16\t",           "4\t17\t3\t",
         "4\t17\t3\t4660,48879",
     };
-    EXPECT_EQ(Lines(result.out), expected) << result.out;
+    EXPECT_EQ(SplitLines(result.out), expected) << result.out;
 }
 
 TEST_F(TracePcapTshark, CaptureCarriesTheDeviceAddressPortsAndTimes) {
@@ -133,7 +126,7 @@ TEST_F(TracePcapTshark, CaptureCarriesTheDeviceAddressPortsAndTimes) {
          "ip.dst", "-e", "tcp.srcport", "-e", "tcp.dstport", "-e", "ip.len", "-e", "frame.time_epoch"},
         60000);
     ASSERT_EQ(result.exitCode, 0) << result.err;
-    const std::vector<std::string> lines = Lines(result.out);
+    const std::vector<std::string> lines = SplitLines(result.out);
     ASSERT_EQ(lines.size(), 2u) << result.out;
 
     auto epoch = [](int64_t ms) {
@@ -159,12 +152,12 @@ TEST_F(TracePcapTshark, RtuFramesAreWrappedAsTheyAreAndShowAsMalformed) {
     const CommandResult all = RunCommand(
         {"tshark", "-r", path, "-o", "mbtcp.tcp.port:1502", "-T", "fields", "-e", "frame.len"}, 60000);
     ASSERT_EQ(all.exitCode, 0) << all.err;
-    EXPECT_EQ(Lines(all.out), (std::vector<std::string>{"62", "61"}));
+    EXPECT_EQ(SplitLines(all.out), (std::vector<std::string>{"62", "61"}));
     // The unit id and the CRC sit where the dissector expects the MBAP header.
     const CommandResult malformed = RunCommand(
         {"tshark", "-r", path, "-o", "mbtcp.tcp.port:1502", "-Y", "_ws.malformed", "-T", "fields", "-e", "frame.number"},
         60000);
     ASSERT_EQ(malformed.exitCode, 0) << malformed.err;
-    EXPECT_FALSE(Lines(malformed.out).empty()) << all.out;
+    EXPECT_FALSE(SplitLines(malformed.out).empty()) << all.out;
 }
 #endif

@@ -14,6 +14,7 @@
 #include "protocol/modbus_client.h"
 #include "support/child_process.h"
 #include "support/serial_forwarder.h"
+#include "support/text_lines.h"
 
 namespace {
 
@@ -24,14 +25,6 @@ struct Seen {
 };
 
 std::ostream& operator<<(std::ostream& out, const Seen& s) { return out << s.direction << " " << s.bytes; }
-
-std::vector<std::string> Lines(const std::string& text) {
-    std::vector<std::string> lines;
-    std::istringstream in(text);
-    std::string line;
-    while (std::getline(in, line)) lines.push_back(line);
-    return lines;
-}
 
 std::vector<std::string> Fields(const std::string& row) {
     std::vector<std::string> fields;
@@ -120,7 +113,7 @@ TEST(MonitorOnABus, SeesExactlyWhatTheMasterAndTheSlaveLogged) {
         std::ifstream in(dir + "/bus.csv");
         std::stringstream text;
         text << in.rdbuf();
-        rows = Lines(text.str());
+        rows = SplitLines(text.str());
         // The last response releases every row behind the unanswered request.
         if (rows.size() >= 1 + masterFrames.size()) break;
         std::this_thread::sleep_for(std::chrono::milliseconds(25));
@@ -144,11 +137,11 @@ TEST(MonitorOnABus, SeesExactlyWhatTheMasterAndTheSlaveLogged) {
     expectedStatuses[19] = "exception";
     expectedStatuses[20] = "unanswered";
     EXPECT_EQ(statuses, expectedStatuses);
-    EXPECT_EQ(Lines(monitor.Stdout()),
+    EXPECT_EQ(SplitLines(monitor.Stdout()),
               (std::vector<std::string>{
                   "unit;requests;responses;exceptions;unanswered;crc_errors;rt_min_ms;rt_median_ms;rt_max_ms",
-                  Lines(monitor.Stdout())[1], "9;1;0;0;1;0;;;", "noise bytes skipped: 0"}));
-    EXPECT_EQ(Lines(monitor.Stdout())[1].rfind("1;11;11;2;0;0;", 0), 0u);
+                  SplitLines(monitor.Stdout())[1], "9;1;0;0;1;0;;;", "noise bytes skipped: 0"}));
+    EXPECT_EQ(SplitLines(monitor.Stdout())[1].rfind("1;11;11;2;0;0;", 0), 0u);
     EXPECT_EQ(bus.BytesFromListener(), 0u);
     if (!HasFailure()) std::filesystem::remove_all(dir);
 }

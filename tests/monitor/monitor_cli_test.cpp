@@ -14,18 +14,11 @@
 #include "monitor/monitor_test_frames.h"
 #include "support/child_process.h"
 #include "support/serial_pair.h"
+#include "support/text_lines.h"
 
 using namespace monitor_test;
 
 namespace {
-
-std::vector<std::string> Lines(const std::string& text) {
-    std::vector<std::string> lines;
-    std::istringstream in(text);
-    std::string line;
-    while (std::getline(in, line)) lines.push_back(line);
-    return lines;
-}
 
 void Pause(int ms) { std::this_thread::sleep_for(std::chrono::milliseconds(ms)); }
 
@@ -78,10 +71,10 @@ protected:
         monitor->Signal(SIGINT);
         EXPECT_EQ(monitor->Wait(20000), 0) << monitor->Stderr();
         EXPECT_EQ(line.Read(1, 200), Bytes{}) << "the monitor wrote to the line";
-        for (const std::string& l : Lines(monitor->Stdout())) output.push_back(Normalized(l));
+        for (const std::string& l : SplitLines(monitor->Stdout())) output.push_back(Normalized(l));
     }
     void WaitForLines(size_t n) {
-        for (int i = 0; i < 400 && Lines(monitor->Stdout()).size() < n; ++i) Pause(25);
+        for (int i = 0; i < 400 && SplitLines(monitor->Stdout()).size() < n; ++i) Pause(25);
     }
     // The frame lines (everything before the statistics header).
     std::vector<std::string> FrameLines() const {
@@ -96,7 +89,7 @@ protected:
         std::ifstream in(dir + "/bus.csv");
         std::stringstream text;
         text << in.rdbuf();
-        return Lines(text.str());
+        return SplitLines(text.str());
     }
     void WriteWithGaps(const std::vector<Bytes>& frames, int gapMs) {
         for (const Bytes& f : frames) {
@@ -172,7 +165,7 @@ TEST_F(MonitorCli, EveryFunctionCodeWithNormalGaps) {
         expected.push_back(f.size() < 5 ? "\t\t" + payload
                                         : std::to_string(f[0]) + "\t" + std::to_string(f[1]) + "\t" + payload);
     }
-    EXPECT_EQ(Lines(decoded.out), expected);
+    EXPECT_EQ(SplitLines(decoded.out), expected);
 }
 
 TEST_F(MonitorCli, BackToBackFramesInOneWrite) {
@@ -332,7 +325,7 @@ TEST_F(MonitorCli, TheCapturesSurviveAKill) {
                                               "fields", "-e", "mbrtu.unit_id", "-e", "modbus.func_code"});
     std::vector<std::string> expected;
     for (const Bytes& f : FramesOf(exchanges)) expected.push_back(std::to_string(f[0]) + "\t" + std::to_string(f[1]));
-    EXPECT_EQ(Lines(decoded.out), expected);
+    EXPECT_EQ(SplitLines(decoded.out), expected);
 }
 
 TEST_F(MonitorCli, AFileThatCannotBeCreatedEndsWithExitCode1) {
@@ -347,7 +340,7 @@ TEST_F(MonitorCli, AFileThatCannotBeCreatedEndsWithExitCode1) {
 TEST(MonitorCliUsage, WithoutADeviceItIsAUsageError) {
     const CommandResult r = RunCommand({KESTREL_CLI_PATH, "--lang", "en", "monitor", "--baud", "9600"});
     EXPECT_EQ(r.exitCode, 2);
-    EXPECT_EQ(Lines(r.err).front(), "kestrel-cli: monitor needs --rtu DEVICE");
+    EXPECT_EQ(SplitLines(r.err).front(), "kestrel-cli: monitor needs --rtu DEVICE");
 }
 
 TEST(MonitorCliUsage, APortThatDoesNotOpenEndsWithExitCode1) {

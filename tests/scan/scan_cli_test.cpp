@@ -12,18 +12,11 @@
 
 #include "slave/slave_process.h"
 #include "support/child_process.h"
+#include "support/text_lines.h"
 
 namespace {
 
 const std::string kGatewayScript = std::string(KESTREL_SOURCE_DIR) + "/tools/peers/test_gateway.py";
-
-std::vector<std::string> SplitLines(const std::string& text) {
-    std::vector<std::string> lines;
-    std::istringstream in(text);
-    std::string line;
-    while (std::getline(in, line)) lines.push_back(line);
-    return lines;
-}
 
 // The time a scan took is the one figure that changes from run to run.
 std::string WithoutSeconds(const std::string& text) {

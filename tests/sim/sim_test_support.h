@@ -9,6 +9,7 @@
 #include "slave/slave_process.h"
 #include "slave/slave_test_support.h"
 #include "support/child_process.h"
+#include "support/text_lines.h"
 
 namespace simtest {
 
@@ -17,17 +18,7 @@ inline std::vector<std::string> Cli(std::vector<std::string> args) {
     return args;
 }
 
-inline std::vector<std::string> Lines(const std::string& text) {
-    std::vector<std::string> lines;
-    size_t start = 0;
-    while (start < text.size()) {
-        size_t end = text.find('\n', start);
-        if (end == std::string::npos) end = text.size();
-        lines.push_back(text.substr(start, end - start));
-        start = end + 1;
-    }
-    return lines;
-}
+inline std::vector<std::string> Lines(const std::string& text) { return SplitLines(text); }
 
 inline std::vector<std::string> FaultLines(const std::string& text) {
     std::vector<std::string> faults;

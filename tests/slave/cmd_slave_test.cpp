@@ -8,6 +8,7 @@
 #include "slave/slave_process.h"
 #include "slave/slave_test_support.h"
 #include "support/serial_pair.h"
+#include "support/text_lines.h"
 
 using namespace slavetest;
 
@@ -18,23 +19,8 @@ std::vector<std::string> Cli(std::vector<std::string> args) {
     return args;
 }
 
-std::vector<std::string> Lines(const std::string& text) {
-    std::vector<std::string> lines;
-    size_t start = 0;
-    while (start < text.size()) {
-        const size_t end = text.find('\n', start);
-        if (end == std::string::npos) {
-            lines.push_back(text.substr(start));
-            break;
-        }
-        lines.push_back(text.substr(start, end - start));
-        start = end + 1;
-    }
-    return lines;
-}
-
 std::string LastLines(const std::string& text, size_t n) {
-    const std::vector<std::string> lines = Lines(text);
+    const std::vector<std::string> lines = SplitLines(text);
     std::string out;
     for (size_t i = lines.size() > n ? lines.size() - n : 0; i < lines.size(); ++i) out += lines[i] + "\n";
     return out;
@@ -62,7 +48,7 @@ TEST(CmdSlaveTest, ServesTheSeededImageAndStopsOnSigterm) {
     ASSERT_TRUE(slave.WaitForOutput("Client disconnected.\n", 3000));
     slave.Signal(SIGTERM);
     EXPECT_EQ(slave.Wait(5000), 0);
-    const std::vector<std::string> lines = Lines(slave.Stdout());
+    const std::vector<std::string> lines = SplitLines(slave.Stdout());
     ASSERT_GE(lines.size(), 4u);
     EXPECT_EQ(lines[0], "Slave listening on port 0 ...");
     for (const char* expected : {"Connected.", "Slave TCP thread started.", "Client connected: 127.0.0.1",
@@ -89,7 +75,7 @@ TEST(CmdSlaveTest, SigintStopsAGermanSlave) {
         slave.Signal(SIGINT);
         EXPECT_EQ(slave.Wait(5000), 0);
     }
-    const std::vector<std::string> lines = Lines(slave.Stdout());
+    const std::vector<std::string> lines = SplitLines(slave.Stdout());
     ASSERT_FALSE(lines.empty());
     EXPECT_EQ(lines[0], "Slave lauscht auf Port 0 ...");
     EXPECT_EQ(LastLines(slave.Stdout(), 3), "Client getrennt.\nSlave TCP-Thread beendet.\nGetrennt.\n");
@@ -156,7 +142,7 @@ TEST(CmdSlaveTest, ServesRtuOnAPseudoTerminal) {
     ASSERT_TRUE(slave.WaitForOutput("Slave: FC03 read from 0, n=2\n", 3000));
     slave.Signal(SIGTERM);
     EXPECT_EQ(slave.Wait(5000), 0);
-    const std::vector<std::string> lines = Lines(slave.Stdout());
+    const std::vector<std::string> lines = SplitLines(slave.Stdout());
     ASSERT_GE(lines.size(), 2u);
     EXPECT_EQ(lines[0], "Opening " + pair.DeviceName() + " @ 19200 Baud (Slave) ...");
     EXPECT_EQ(LastLines(slave.Stdout(), 2), "Slave RTU thread stopped.\nDisconnected.\n");
@@ -190,7 +176,7 @@ TEST(CmdSlaveTest, UsageErrorsExitWithTwoAndOneMessageLine) {
         for (const auto& a : args) command += a + " ";
         EXPECT_EQ(result.exitCode, 2) << command;
         EXPECT_EQ(result.out, "") << command;
-        const std::vector<std::string> err = Lines(result.err);
+        const std::vector<std::string> err = SplitLines(result.err);
         ASSERT_FALSE(err.empty()) << command;
         EXPECT_EQ(err[0].rfind("kestrel-cli: ", 0), 0u) << command << ": " << err[0];
         EXPECT_EQ(err.size() > 1 ? err[1] : "", "usage:") << command;
