@@ -12,9 +12,9 @@ namespace cli {
 
 // The usage's second line (under the command's first) and the help's option lines.
 const char* const kMqttUsage =
-    "            [--mqtt [--mqtt-broker URL] [--mqtt-port N] [--mqtt-qos 0|1|2] [--mqtt-prefix P] [--mqtt-client-id ID]\n"
-    "                    [--mqtt-user U] [--mqtt-password-file F] [--mqtt-ca F] [--mqtt-retain] [--mqtt-on-change]\n"
-    "                    [--mqtt-queue N]]\n";
+    "              [--mqtt [--mqtt-broker URL] [--mqtt-port N] [--mqtt-qos 0|1|2] [--mqtt-prefix P] [--mqtt-client-id ID]\n"
+    "                      [--mqtt-user U] [--mqtt-password-file F] [--mqtt-ca F] [--mqtt-retain] [--mqtt-on-change]\n"
+    "                      [--mqtt-queue N]]\n";
 
 const char* const kMqttHelp =
     "  --mqtt                 also publish every value after each cycle, and each alarm, to an MQTT broker: the\n"
