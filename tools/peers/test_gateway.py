@@ -5,14 +5,14 @@ It plays a serial-to-Ethernet gateway with a few devices behind it: a request fo
 that has a device is answered from that device's tables; any other unit id gets exception 0x0B
 (gateway target device failed to respond), as such gateways do, or no answer with --silent-absent.
 
-    test_gateway.py (--tcp PORT | --rtu-over-tcp PORT) [--device UNIT[:SPEC]]... [--silent-absent]
+    test_gateway.py (--tcp PORT | --rtu-over-tcp PORT) [--device UNIT[:RULES]]... [--silent-absent]
                     [--close-after N] [--clients N] [--port-file FILE] [--lifetime S]
 
 PORT 0 picks a free port; it is written to --port-file (and printed on stdout) once listening.
-SPEC says which holding/input register addresses a device refuses (exception 2 for a read that
+RULES say which holding/input register addresses a device refuses (exception 2 for a read that
 touches one): "refuse=17,500,9000" refuses those addresses; "only=100-109,500-500" refuses all
 but those ranges; "fc=N" answers every read of function code N with exception 1. Register i of
-unit u holds (u * 1000 + i) % 65536; coil and discrete input i are i % 2. Several specs join
+unit u holds (u * 1000 + i) % 65536; coil and discrete input i are i % 2. Several rules join
 with '/': "3:refuse=17,500/fc=4". --close-after N closes every connection after N requests
 (a gateway that drops its clients); --clients N stops listening after N clients. One client at a
 time is served, in order.
@@ -39,12 +39,12 @@ def with_crc(frame):
 
 
 class Device:
-    def __init__(self, unit, spec):
+    def __init__(self, unit, rules):
         self.unit = unit
         self.refused = set()
         self.only = None
         self.refused_fcs = set()
-        for part in filter(None, spec.split("/")):
+        for part in filter(None, rules.split("/")):
             key, _, value = part.partition("=")
             if key == "refuse":
                 self.refused.update(int(v) for v in value.split(","))
@@ -105,8 +105,8 @@ class Gateway:
         self.rtu = args.rtu_over_tcp is not None
         self.devices = {}
         for text in args.device:
-            unit_text, _, spec = text.partition(":")
-            self.devices[int(unit_text)] = Device(int(unit_text), spec)
+            unit_text, _, rules = text.partition(":")
+            self.devices[int(unit_text)] = Device(int(unit_text), rules)
         self.silent_absent = args.silent_absent
         self.close_after = args.close_after
 
